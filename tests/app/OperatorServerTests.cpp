@@ -1,0 +1,224 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/io_context.hpp>
+#include <asio/use_future.hpp>
+#include <thread>
+
+#include "TestSupport.hpp"
+#include "app/AppModel.hpp"
+#include "app/AppStore.hpp"
+#include "app/AsioMainActor.hpp"
+#include "app/OperatorServer.hpp"
+#include "app/OperatorService.hpp"
+#include "operator/OperatorControlFile.hpp"
+#include "operator/OperatorWire.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string malformed = "{\"error\":\"malformed request (expected one JSON line)\",\"ok\":false}\n";
+const std::string unauthorized = "{\"error\":\"unauthorized: bad token\",\"ok\":false}\n";
+const std::string pong = "{\"data\":{\"pong\":true},\"ok\":true}\n";
+
+std::string request(const std::string& token, const std::string& verb) {
+  return R"({"token":")" + token + R"(","command":{"verb":")" + verb + R"(","args":{}}})" "\n";
+}
+
+// A blocking client connection with a read time-out, so a missing answer fails
+// the test instead of hanging it.
+class Peer {
+ public:
+  explicit Peer(int port) {
+    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    timeval tv{3, 0};
+    ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) throw std::runtime_error("connect");
+  }
+  ~Peer() { ::close(fd_); }
+  void write(const std::string& bytes) { ASSERT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), (ssize_t)bytes.size()); }
+  // The next line, with its line feed; empty on time-out or close.
+  std::string line() {
+    for (;;) {
+      if (auto lf = pending_.find('\n'); lf != std::string::npos) {
+        std::string l = pending_.substr(0, lf + 1);
+        pending_.erase(0, lf + 1);
+        return l;
+      }
+      char buf[65536];
+      ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+      if (n <= 0) return {};
+      pending_.append(buf, n);
+    }
+  }
+  void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
+  // True when the server closes the connection within the time-out.
+  bool closedByPeer() {
+    char c;
+    return ::recv(fd_, &c, 1, 0) == 0;
+  }
+
+ private:
+  int fd_ = -1;
+  std::string pending_;
+};
+
+class OperatorServerTest : public ::testing::Test {
+ protected:
+  OperatorServerTest()
+      : xdg_("XDG_DATA_HOME", (dir_ / "data").string()),
+        actor_(context_),
+        model_(actor_),
+        store_(model_, dir_ / "root"),
+        service_(store_, [] {}),
+        server_(context_, service_, "good-token") {}
+
+  void SetUp() override {
+    port_ = server_.start(true);
+    work_.emplace(context_.get_executor());
+    thread_ = std::thread([this] { context_.run(); });
+  }
+  void TearDown() override {
+    // Stop on the actor's own thread, as the application does.
+    std::promise<void> stopped;
+    asio::post(context_, [&] {
+      server_.stop();
+      stopped.set_value();
+    });
+    stopped.get_future().wait();
+    work_.reset();
+    context_.stop();
+    thread_.join();
+  }
+
+  test::TempDir dir_;
+  test::ScopedEnv xdg_;
+  asio::io_context context_;
+  AsioMainActor actor_;
+  AppModel model_;
+  AppStore store_;
+  OperatorService service_;
+  OperatorServer server_;
+  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work_;
+  std::thread thread_;
+  int port_ = 0;
+};
+
+}  // namespace
+
+TEST_F(OperatorServerTest, PublishesAPrivateControlFileNamingThisLaunch) {
+  const fs::path file = dir_ / "data/Tavorin/operator.json";
+  ASSERT_EQ(server_.controlFileURL(), file);
+  const auto control = OperatorControlFile::read(file);
+  EXPECT_EQ(control.version, 1);
+  EXPECT_EQ(control.host, "127.0.0.1");
+  EXPECT_EQ(control.port, port_);
+  EXPECT_EQ(control.token, "good-token");
+  EXPECT_EQ(control.pid, ::getpid());
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(OperatorServerTest, BadLinesAreAnsweredAndTheConnectionGoesOn) {
+  Peer p(port_);
+  for (const char* bad : {"\n", "   \n", "null\n", "[]\n",
+                          "{\"token\":\"good-token\",\"command\":{\"verb\":\"ping\",\"args\":{\"n\":1}}}\n"}) {
+    p.write(bad);
+    EXPECT_EQ(p.line(), malformed) << bad;
+  }
+  p.write(request("wrong", "ping"));
+  EXPECT_EQ(p.line(), unauthorized);
+  p.write(request("good-token", "ping"));
+  EXPECT_EQ(p.line(), pong);
+}
+
+TEST_F(OperatorServerTest, FramingAcrossWrites) {
+  Peer p(port_);
+  // Two requests in one write: both answered.
+  p.write(request("good-token", "ping") + request("good-token", "where"));
+  EXPECT_EQ(p.line(), pong);
+  EXPECT_EQ(p.line(), "{\"data\":{\"where\":\"library\"},\"ok\":true}\n");
+
+  // One request split over many writes: answered once, when its line feed comes.
+  const std::string r = request("good-token", "ping");
+  for (char c : r) {
+    p.write(std::string(1, c));
+    if (c != '\n') std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+  EXPECT_EQ(p.line(), pong);
+
+  // CR LF: the carriage return goes with the line feed.
+  std::string crlf = request("good-token", "ping");
+  crlf.insert(crlf.size() - 1, "\r");
+  p.write(crlf);
+  EXPECT_EQ(p.line(), pong);
+}
+
+TEST_F(OperatorServerTest, ALineLongerThanOneReadIsAccepted) {
+  Peer p(port_);
+  const std::string padding(200000, 'p');
+  p.write(R"({"token":"good-token","command":{"verb":"ping","args":{"pad":")" + padding + "\"}}}\n");
+  EXPECT_EQ(p.line(), pong);
+}
+
+TEST_F(OperatorServerTest, ALineThatIsNotUTF8GetsSilence) {
+  Peer p(port_);
+  p.write("{\"token\":\"\xff\"}\n");
+  p.write(request("good-token", "ping"));
+  // The first answer on the wire is the ping's: the bad line got none.
+  EXPECT_EQ(p.line(), pong);
+}
+
+TEST_F(OperatorServerTest, ServingGoesOnWhenTheControlFileIsDeletedByHand) {
+  fs::remove(dir_ / "data/Tavorin/operator.json");
+  Peer p(port_);
+  p.write(request("good-token", "ping"));
+  EXPECT_EQ(p.line(), pong);
+  // TearDown's stop must swallow the missing file.
+}
+
+TEST_F(OperatorServerTest, AnswersAreWrittenBeforeAHalfClosedConnectionEnds) {
+  Peer p(port_);
+  p.write(request("good-token", "ping") + request("good-token", "status"));
+  p.shutdownWrite();
+  EXPECT_EQ(p.line(), pong);
+  EXPECT_NE(p.line().find("\"route\":\"library\""), std::string::npos);
+  EXPECT_TRUE(p.closedByPeer());
+}
+
+TEST_F(OperatorServerTest, UnknownVerbsNameTheSpellingSent) {
+  Peer p(port_);
+  p.write(request("good-token", "PING"));
+  EXPECT_EQ(p.line(), "{\"error\":\"unknown verb 'PING'. Try: tavorinctl verbs\",\"ok\":false}\n");
+}
+
+TEST(OperatorServerRespond, WorksWithoutASocket) {
+  asio::io_context context;
+  AsioMainActor actor(context);
+  AppModel model(actor);
+  test::TempDir dir;
+  AppStore store(model, dir / "root");
+  OperatorService service(store, [] {});
+  OperatorServer server(context, service, "tok");
+  auto answer = asio::co_spawn(context, server.respond(request("tok", "where")), asio::use_future);
+  context.run();
+  EXPECT_EQ(answer.get(), "{\"data\":{\"where\":\"library\"},\"ok\":true}\n");
+  EXPECT_FALSE(server.port());
+}
+
+TEST(OperatorServerToken, IsTwoFreshUUIDs) {
+  const std::string a = freshUUID(), b = freshUUID();
+  EXPECT_EQ(a.size(), 36u);
+  EXPECT_NE(a, b);
+  EXPECT_EQ((a + b).size(), 72u);
+  EXPECT_EQ(a[14], '4');
+}

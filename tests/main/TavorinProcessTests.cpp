@@ -1,0 +1,193 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "TestSupport.hpp"
+#include "operator/JSONValue.hpp"
+#include "operator/OperatorClient.hpp"
+#include "operator/OperatorControlFile.hpp"
+
+extern char** environ;
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+// The programs sit beside this test's build folder: <build>/tests/X and <build>/src/main/.
+fs::path programs() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "src/main"; }
+
+struct Spawned {
+  pid_t pid = -1;
+  fs::path out, err;
+};
+
+// Runs a program with the given environment additions; stdout and stderr go to files.
+Spawned spawn(const fs::path& program, const std::vector<std::string>& args, const std::vector<std::string>& env,
+              const fs::path& logs) {
+  static int counter = 0;
+  Spawned s;
+  s.out = logs / ("out" + std::to_string(++counter));
+  s.err = logs / ("err" + std::to_string(counter));
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, s.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, s.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  std::vector<std::string> argStore{program.string()};
+  argStore.insert(argStore.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (auto& a : argStore) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  std::vector<std::string> envStore;
+  for (char** e = environ; *e; ++e) envStore.emplace_back(*e);
+  envStore.insert(envStore.end(), env.begin(), env.end());
+  std::vector<char*> envp;
+  for (auto& e : envStore) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  if (posix_spawn(&s.pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) s.pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return s;
+}
+
+// The exit status, or -1 when the process is still running after `limit`.
+int waitFor(pid_t pid, std::chrono::milliseconds limit) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < until) {
+    int status = 0;
+    if (::waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    std::this_thread::sleep_for(10ms);
+  }
+  return -1;
+}
+
+bool waitForFile(const fs::path& file, std::chrono::milliseconds limit) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < until) {
+    if (fs::exists(file)) return true;
+    std::this_thread::sleep_for(5ms);
+  }
+  return false;
+}
+
+class TavorinProcess : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(dir_ / "home");
+    env_ = {"HOME=" + (dir_ / "home").string(), "XDG_DATA_HOME=" + (dir_ / "data").string(),
+            "TAVORIN_ROOT=" + (dir_ / "root").string(), "TAVORIN_SUPPORT=" + (dir_ / "support").string()};
+    control_ = dir_ / "data/Tavorin/operator.json";
+  }
+  void TearDown() override {
+    if (app_.pid > 0 && waitFor(app_.pid, 0ms) == -1) {
+      ::kill(app_.pid, SIGKILL);
+      waitFor(app_.pid, 2000ms);
+    }
+  }
+  Spawned launch(std::vector<std::string> extraEnv = {}) {
+    auto env = env_;
+    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+    app_ = spawn(programs() / "tavorin", {}, env, dir_.path());
+    return app_;
+  }
+  // Runs tavorinctl to its end; the exit status and what it printed.
+  std::tuple<int, std::string, std::string> ctl(std::vector<std::string> args) {
+    auto s = spawn(programs() / "tavorinctl", args, env_, dir_.path());
+    const int rc = waitFor(s.pid, 5000ms);
+    return {rc, test::readFile(s.out), test::readFile(s.err)};
+  }
+
+  test::TempDir dir_;
+  std::vector<std::string> env_;
+  fs::path control_;
+  Spawned app_;
+};
+
+}  // namespace
+
+TEST_F(TavorinProcess, StartsAnswersAndQuitsCleanly) {
+  const auto started = std::chrono::steady_clock::now();
+  launch();
+  ASSERT_TRUE(waitForFile(control_, 5000ms)) << test::readFile(app_.err);
+  // Up in well under a second, even on a loaded two-core machine.
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 1000ms);
+  EXPECT_TRUE(fs::is_directory(dir_ / "root"));
+
+  const auto control = OperatorControlFile::read(control_);
+  EXPECT_EQ(control.version, 1);
+  EXPECT_EQ(control.host, "127.0.0.1");
+  EXPECT_GT(control.port, 0);
+  EXPECT_EQ(control.token.size(), 72u);
+  EXPECT_EQ(control.pid, app_.pid);
+  EXPECT_EQ(fs::status(control_).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+
+  auto [rc, out, err] = ctl({"ping"});
+  EXPECT_EQ(rc, 0) << err;
+  EXPECT_EQ(JSONValue::decode(out), JSONValue::object({{"pong", true}}));
+
+  std::tie(rc, out, err) = ctl({"status"});
+  EXPECT_EQ(rc, 0) << err;
+  const JSONValue status = JSONValue::decode(out);
+  EXPECT_EQ(*status["route"], JSONValue("library"));
+  EXPECT_TRUE(status["production"]->isNull());
+  EXPECT_EQ(*status["rolling"], JSONValue(false));
+  EXPECT_NE(status["build"]->objectValue(), nullptr);
+
+  std::tie(rc, out, err) = ctl({"nonsense.verb"});
+  EXPECT_EQ(rc, 1);
+  EXPECT_EQ(err, "unknown verb 'nonsense.verb'. Try: tavorinctl verbs\n");
+
+  std::tie(rc, out, err) = ctl({"ping", "novalue"});
+  EXPECT_EQ(rc, 2);
+
+  std::tie(rc, out, err) = ctl({"quit"});
+  EXPECT_EQ(rc, 0) << err;
+  EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
+  EXPECT_FALSE(fs::exists(control_));
+
+  // With the studio gone, the client says so and exits non-zero.
+  std::tie(rc, out, err) = ctl({"ping"});
+  EXPECT_EQ(rc, 2);
+  EXPECT_NE(err.find("Tavorin is not running"), std::string::npos);
+}
+
+TEST_F(TavorinProcess, SigtermAndSigintTakeTheSameRoadOut) {
+  for (int signal : {SIGTERM, SIGINT}) {
+    launch();
+    ASSERT_TRUE(waitForFile(control_, 5000ms));
+    ::kill(app_.pid, signal);
+    EXPECT_EQ(waitFor(app_.pid, 3000ms), 0) << signal;
+    EXPECT_FALSE(fs::exists(control_)) << signal;
+  }
+}
+
+TEST_F(TavorinProcess, AControlFileFromADeadLaunchIsRecognised) {
+  OperatorControlFile{1, "127.0.0.1", 9, "t", 0x3FFFFFF0}.write(control_);
+  auto [rc, out, err] = ctl({"ping"});
+  EXPECT_EQ(rc, 2);
+  EXPECT_EQ(err, "found a control file from a dead launch (pid 1073741808); Tavorin is not running\n");
+}
+
+TEST_F(TavorinProcess, NoOperatorMeansNoServerAndNoControlFile) {
+  launch({"TAVORIN_NO_OPERATOR="});
+  std::this_thread::sleep_for(400ms);
+  EXPECT_EQ(waitFor(app_.pid, 0ms), -1);  // still running
+  EXPECT_FALSE(fs::exists(control_));
+  ::kill(app_.pid, SIGTERM);
+  EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
+}
+
+TEST_F(TavorinProcess, ASnapshotRunSaysThereIsNoWindowAndEnds) {
+  launch({"TAVORIN_SNAPSHOT=" + (dir_ / "shot.png").string()});
+  EXPECT_EQ(waitFor(app_.pid, 5000ms), 0);
+  EXPECT_EQ(test::readFile(app_.err), "snapshot: no window available for snapshot\n");
+  EXPECT_FALSE(fs::exists(control_));
+  EXPECT_FALSE(fs::exists(dir_ / "shot.png"));
+}
