@@ -33,8 +33,11 @@ struct OperatorResult {
   std::optional<JSONValue> data;
   std::optional<std::string> error;
 
-  static OperatorResult success(std::optional<JSONValue> data = std::nullopt) {
-    return OperatorResult{true, std::move(data), std::nullopt};
+  static OperatorResult success() { return OperatorResult{}; }
+  static OperatorResult success(JSONValue data) {
+    OperatorResult r;
+    r.data.emplace(std::move(data));
+    return r;
   }
   static OperatorResult failure(std::string text) { return OperatorResult{false, std::nullopt, std::move(text)}; }
   bool operator==(const OperatorResult&) const = default;
