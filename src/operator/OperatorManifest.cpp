@@ -181,8 +181,8 @@ std::vector<VerbSpec> makeTable() {
      {},
      false},
     {"open", "production",
-     "Open a production folder in the editor — File → Open…. Unsaved work of the production that was "
-     "open stays on disk as its draft. A folder without a manifest.json is refused by name.",
+     "Open a production folder in the editor, as File → Open… does. Unsaved work of the production "
+     "that was open stays on disk as its draft. A folder without a manifest.json is refused by name.",
      {
       {"dir", true,
        "Path to a production folder."}},
@@ -397,7 +397,7 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"viewer.caption", "record",
      "Show or hide the caption on the program monitor: the words of the line under the playhead, drawn the "
-     "way the export burns them. Only the monitor changes; what an export burns is `subtitles`' to say.",
+     "way the export burns them. Only the monitor changes; the export burns what `subtitles` says.",
      {
       {"show", false,
        "show=1 draws it, show=0 hides it; omit to flip."}},
@@ -531,8 +531,8 @@ std::vector<VerbSpec> makeTable() {
      {},
      false},
     {"cut", "edit",
-     "Put the selection on the pasteboard and take it off the timeline. Picture cut this way closes up "
-     "behind it. `undo` puts it back.",
+     "Put the selection on the pasteboard and take it off the timeline. A segment of picture cut this way "
+     "takes its time with it, so what follows slides left. `undo` puts it back.",
      {},
      true},
     {"paste", "edit",
@@ -611,7 +611,7 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"snap", "edit",
      "Where a drag of an item would land, without moving it: the start it would take and the neighbour or "
-     "whole second it would snap to, the guide line the timeline draws while dragging.",
+     "whole second it would snap to. It is the guide line the timeline draws while dragging.",
      {
       {"id", true,
        "Item id."},
