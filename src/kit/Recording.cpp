@@ -112,8 +112,6 @@ void Reader::wrongType(std::string_view key, std::string_view expected) const {
                       found + ".");
 }
 
-void Reader::badValue(std::string_view key, std::string_view expected) const { wrongType(key, expected); }
-
 namespace {
 
 std::string asString(const Reader& r, std::string_view key, const Json& v) {
@@ -176,6 +174,11 @@ namespace {
 
 // Enumerations travel as their case names; a name outside the enumeration fails
 // the document, as a wrong type would.
+constexpr std::string_view itemTypes = "\"line\", \"action\", \"label\" or \"audio\"";
+constexpr std::string_view exportFormats = "\"mp4\" or \"gif\"";
+constexpr std::string_view exportQualities = "\"studio\", \"balanced\", \"web\" or \"small\"";
+constexpr std::string_view exportDestinations = "\"file\", \"clipboard\" or \"youtube\"";
+
 template <class E, class Parse>
 E decodeCase(const Json& j, std::string_view what, std::string_view choices, Parse parse) {
   if (j.is_string())
@@ -183,6 +186,8 @@ E decodeCase(const Json& j, std::string_view what, std::string_view choices, Par
   throw DocumentError(std::string(what) + " must be one of " + std::string(choices) + ", not " +
                       RecordingJSON::describe(j) + ".");
 }
+
+std::optional<ItemType> parseType(const std::string& s) { return parseItemType(s); }
 
 }  // namespace
 
@@ -240,8 +245,7 @@ void from_json(const Json& j, CaptureConfig& v) {
 void to_json(Json& j, const ItemType& v) { j = name(v); }
 
 void from_json(const Json& j, ItemType& v) {
-  v = decodeCase<ItemType>(j, "The type of a timeline item", "\"line\", \"action\", \"label\" or \"audio\"",
-                           [](const std::string& s) { return parseItemType(s); });
+  v = decodeCase<ItemType>(j, "The type of a timeline item", itemTypes, parseType);
 }
 
 void to_json(Json& j, const Anchor& v) {
@@ -327,7 +331,7 @@ void from_json(const Json& j, TimelineItem& v) {
   Reader r(j, "a timeline item");
   v.id = r.string("id");
   r.rename("the timeline item \"" + v.id + "\"");
-  v.type = r.record<ItemType>("type");
+  v.type = r.choice("type", parseType, itemTypes);
   v.start = r.optNumber("start");
   v.note = r.optString("note");
   v.text = r.optString("text");
@@ -539,19 +543,17 @@ void from_json(const Json& j, AgentPolicy& v) {
 
 void to_json(Json& j, const ExportFormat& v) { j = name(v); }
 void from_json(const Json& j, ExportFormat& v) {
-  v = decodeCase<ExportFormat>(j, "The export format", "\"mp4\" or \"gif\"", parseExportFormat);
+  v = decodeCase<ExportFormat>(j, "The export format", exportFormats, parseExportFormat);
 }
 
 void to_json(Json& j, const ExportQuality& v) { j = name(v); }
 void from_json(const Json& j, ExportQuality& v) {
-  v = decodeCase<ExportQuality>(j, "The export quality", "\"studio\", \"balanced\", \"web\" or \"small\"",
-                                parseExportQuality);
+  v = decodeCase<ExportQuality>(j, "The export quality", exportQualities, parseExportQuality);
 }
 
 void to_json(Json& j, const ExportDestination& v) { j = name(v); }
 void from_json(const Json& j, ExportDestination& v) {
-  v = decodeCase<ExportDestination>(j, "The export destination", "\"file\", \"clipboard\" or \"youtube\"",
-                                    parseExportDestination);
+  v = decodeCase<ExportDestination>(j, "The export destination", exportDestinations, parseExportDestination);
 }
 
 void to_json(Json& j, const ExportTarget& v) {
@@ -565,11 +567,11 @@ void to_json(Json& j, const ExportTarget& v) {
 
 void from_json(const Json& j, ExportTarget& v) {
   Reader r(j, "the export settings");
-  v.format = r.optRecord<ExportFormat>("format");
+  v.format = r.optChoice("format", parseExportFormat, exportFormats);
   v.height = r.optInteger("height");
   v.fps = r.optInteger("fps");
-  v.quality = r.optRecord<ExportQuality>("quality");
-  v.destination = r.optRecord<ExportDestination>("destination");
+  v.quality = r.optChoice("quality", parseExportQuality, exportQualities);
+  v.destination = r.optChoice("destination", parseExportDestination, exportDestinations);
 }
 
 // ---------------------------------------------------------------------------

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "kit/Recording.hpp"
@@ -76,9 +77,23 @@ class Reader {
     return decodeList<T>(*v, key);
   }
 
+  // An enumeration stored as its case name; `parse` answers nothing for a name
+  // outside it, and `choices` lists the names for the error sentence.
+  template <class Parse>
+  auto choice(std::string_view key, Parse parse, std::string_view choices) const {
+    auto value = parse(string(key));
+    if (!value) wrongType(key, "one of " + std::string(choices));
+    return *value;
+  }
+  template <class Parse>
+  auto optChoice(std::string_view key, Parse parse, std::string_view choices) const
+      -> std::optional<std::decay_t<decltype(*parse(std::string()))>> {
+    if (!has(key)) return std::nullopt;
+    return choice(key, parse, choices);
+  }
+
   // Throws the sentence for `key` holding something other than `expected`.
   [[noreturn]] void wrongType(std::string_view key, std::string_view expected) const;
-  [[noreturn]] void badValue(std::string_view key, std::string_view expected) const;
 
  private:
   const Json* find(std::string_view key) const;  // null when absent or null

@@ -297,15 +297,16 @@ TEST(RecordingCoding, WrongTypesFailWithTheKeyAndTheRecordNamed) {
   EXPECT_EQ(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": {})")),
             "The key \"timeline\" of the production must be a list, not an object.");
   EXPECT_EQ(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [{"id": "l1", "type": "video"}])")),
-            "The type of a timeline item must be one of \"line\", \"action\", \"label\" or \"audio\", not the text "
-            "\"video\".");
+            "The key \"type\" of the timeline item \"l1\" must be one of \"line\", \"action\", \"label\" or "
+            "\"audio\", not the text \"video\".");
   EXPECT_EQ(
       decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [{"id": "l1", "type": "line", "approved": 1}])")),
       "The key \"approved\" of the timeline item \"l1\" must be true or false, not the number 1.");
   // A boolean is never a number, and a required key may not be null.
   EXPECT_NE(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [], "gap": true)")), "");
   EXPECT_NE(decodeFailure(withReplaced(R"("title": "Demo")", R"("title": null)")), "");
-  EXPECT_NE(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [], "export": {"format": "mov"})")), "");
+  EXPECT_EQ(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [], "export": {"format": "mov"})")),
+            "The key \"format\" of the export settings must be one of \"mp4\" or \"gif\", not the text \"mov\".");
   EXPECT_NE(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [], "agent": {"fences": ["shell", 2]})")),
             "");
   EXPECT_NE(decodeFailure(withReplaced(R"("timeline": [])", R"("timeline": [], "origin": "claude")")), "");
