@@ -1,10 +1,199 @@
 #include "app/AppModel.hpp"
 
+#include <algorithm>
+#include <set>
+
+#include "kit/Diff.hpp"
+#include "kit/Pasteboard.hpp"
+
 namespace tavorin {
+
+AppModel::AppModel(MainActor& actor, SessionStore session, Pasteboard& pasteboard)
+    : actor_(actor),
+      session_(std::move(session)),
+      pasteboard_(pasteboard),
+      toasts_(actor),
+      alive_(std::make_shared<AppModel*>(this)) {}
+
+AppModel::~AppModel() {
+  *alive_ = nullptr;
+  cancelDraft();
+}
+
+const Recording& AppModel::recording() const {
+  if (!stored_) throw Failure::noProduction();
+  return *stored_;
+}
+
+void AppModel::requireEditable() const {
+  if (!stored_) throw Failure::noProduction();
+  if (isReadOnly()) throw Failure::readOnly();
+}
+
+void AppModel::setRecording(Recording next) {
+  std::optional<Recording> before = std::move(stored_);
+  stored_ = std::move(next);
+  if (before) noteChange(*before, storedBlocking_);
+  settle();
+}
+
+void AppModel::setBlocking(std::string text) {
+  if (text == storedBlocking_) return;
+  std::string before = std::move(storedBlocking_);
+  storedBlocking_ = std::move(text);
+  if (stored_) noteChange(*stored_, before);
+  settle();
+}
+
+void AppModel::storeUnrecorded(Recording rec) {
+  Hold hold(*this);
+  setRecording(std::move(rec));
+}
 
 void AppModel::note(std::string line) {
   events_.push_back(std::move(line));
   while (events_.size() > eventCap) events_.pop_front();
+}
+
+void AppModel::settle() {
+  const bool recordingDiffers = stored_ != savedRec_;
+  const bool next = recordingDiffers || storedBlocking_ != savedBlocking_;
+  blockingDirty_ = storedBlocking_ != savedBlocking_;
+  if (next != dirty_) dirty_ = next;
+}
+
+void AppModel::markClean() {
+  savedRec_ = stored_;
+  savedBlocking_ = storedBlocking_;
+  dirty_ = false;
+  blockingDirty_ = false;
+}
+
+// ---- Turns and undo ----------------------------------------------------------
+
+void AppModel::remember(std::string name, bool merging) {
+  pendingName_ = std::move(name);
+  pendingMerge_ = merging;
+  openTurn();
+}
+
+void AppModel::noteChange(const Recording& before, const std::string& blockingBefore) {
+  if (held_ > 0) return;
+  if (pushedThisTurn_) {
+    // Every change of one turn is one step.
+    if (pendingName_) {
+      history_.name(*pendingName_);
+      pendingName_.reset();
+    }
+    return;
+  }
+  if (pendingMerge_ && pendingName_ && !history_.past.empty() && history_.past.back().what == *pendingName_) {
+    pendingName_.reset();
+    pendingMerge_ = false;
+    return;
+  }
+  history_.push(HistoryStep{pendingName_.value_or(""), before, blockingBefore});
+  pushedThisTurn_ = true;
+  if (!turnOpen_) openTurn();
+}
+
+void AppModel::openTurn() {
+  if (turnOpen_) return;
+  turnOpen_ = true;
+  // The turn ends when the actor comes round again, after the current handler.
+  actor_.post([alive = alive_] {
+    if (AppModel* m = *alive) m->closeTurn();
+  });
+}
+
+void AppModel::closeTurn() {
+  turnOpen_ = false;
+  pendingName_.reset();
+  pendingMerge_ = false;
+  if (pushedThisTurn_ && !history_.past.empty() && history_.past.back().what.empty() && stored_) {
+    history_.name(Diff::name(history_.past.back().rec, *stored_));
+  }
+  pushedThisTurn_ = false;
+}
+
+void AppModel::land(const HistoryStep& step) {
+  {
+    Hold hold(*this);
+    storedBlocking_ = step.blocking;
+    settle();
+    setRecording(step.rec);
+    settle();
+  }
+  scheduleDraft();
+}
+
+namespace {
+std::set<std::string> idsOf(const Recording& r) {
+  auto ids = r.itemIds();
+  if (r.zooms)
+    for (const auto& z : *r.zooms) ids.insert(z.id);
+  return ids;
+}
+
+std::string depthNote(std::size_t left) {
+  if (left == 0) return " (nothing further back)";
+  return " (" + std::to_string(left) + (left == 1 ? " step" : " steps") + " further back)";
+}
+}  // namespace
+
+std::vector<std::string> AppModel::undo() {
+  if (isReadOnly()) throw Failure::readOnly();
+  if (!stored_) throw Failure::noProduction();
+  const HistoryStep current{"", *stored_, storedBlocking_};
+  auto step = history_.stepBack(current);
+  if (!step) throw Failure::nothingToUndo();
+  const auto before = idsOf(*stored_);
+  std::vector<std::string> arrived;
+  for (const auto& id : idsOf(step->rec))
+    if (!before.count(id)) arrived.push_back(id);
+  land(*step);
+  if (!arrived.empty()) selection_ = arrived;
+  else {
+    // Ids that went away with the undo can no longer stand selected.
+    const auto now = idsOf(*stored_);
+    std::erase_if(selection_, [&](const std::string& id) { return !now.count(id); });
+  }
+  note("undid " + (step->what.empty() ? std::string("an edit") : step->what) + depthNote(history_.past.size()));
+  return arrived;
+}
+
+std::vector<std::string> AppModel::redo() {
+  if (isReadOnly()) throw Failure::readOnly();
+  if (!stored_) throw Failure::noProduction();
+  const HistoryStep current{"", *stored_, storedBlocking_};
+  auto step = history_.stepForward(current);
+  if (!step) throw Failure::nothingToRedo();
+  const auto before = idsOf(*stored_);
+  std::vector<std::string> arrived;
+  for (const auto& id : idsOf(step->rec))
+    if (!before.count(id)) arrived.push_back(id);
+  land(*step);
+  if (idsOf(*stored_) != before) selection_.clear();
+  note((step->what.empty() ? std::string("the edit") : step->what) + " again");
+  return arrived;
+}
+
+// ---- Selection -----------------------------------------------------------------
+
+void AppModel::select(const std::vector<std::string>& ids, bool extend) {
+  if (!extend) selection_.clear();
+  for (const auto& id : ids)
+    if (std::find(selection_.begin(), selection_.end(), id) == selection_.end()) selection_.push_back(id);
+}
+
+void AppModel::selectAll() {
+  selection_.clear();
+  if (!stored_) return;
+  // Action items are the script's shadow and are not picked by hand.
+  for (const auto& i : stored_->timeline)
+    if (i.type != ItemType::action) selection_.push_back(i.id);
+  if (stored_->zooms)
+    for (const auto& z : *stored_->zooms) selection_.push_back(z.id);
 }
 
 }  // namespace tavorin
