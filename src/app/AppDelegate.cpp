@@ -10,6 +10,9 @@
 #include "app/AsioMainActor.hpp"
 #include "app/OperatorServer.hpp"
 #include "app/OperatorService.hpp"
+#include "kit/Pasteboard.hpp"
+#include "operator/BuildStamp.hpp"
+#include "platform/FreedesktopTrash.hpp"
 #include "platform/TavorinPaths.hpp"
 
 namespace tavorin {
@@ -24,8 +27,15 @@ struct AppDelegate::Signals {
 AppDelegate::AppDelegate(asio::io_context& context)
     : context_(context),
       actor_(std::make_unique<AsioMainActor>(context)),
-      model_(std::make_unique<AppModel>(*actor_)),
-      store_(std::make_unique<AppStore>(*model_, TavorinPaths::productionsRoot())) {}
+      pasteboard_(std::make_unique<MemoryPasteboard>()),
+      trash_(std::make_unique<FreedesktopTrash>()) {
+  const auto session = TavorinPaths::supportDir() / "session.json";
+  model_ = std::make_unique<AppModel>(*actor_, SessionStore(session), *pasteboard_);
+  store_ = std::make_unique<AppStore>(*model_, Library(TavorinPaths::productionsRoot()), SessionStore(session), *trash_);
+  std::error_code ec;
+  store_->fixtureSearch = AppStore::FixtureSearch{std::nullopt, std::filesystem::current_path(ec),
+                                                  BuildStamp::currentExecutable()};
+}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -76,6 +86,8 @@ void AppDelegate::terminate(int code) {
 
 void AppDelegate::applicationWillTerminate() {
   if (server_) server_->stop();
+  // Whatever was typed last is on disk before the process goes.
+  if (model_) model_->flushDraft();
   if (signals_) {
     std::error_code ec;
     signals_->set.cancel(ec);

@@ -11,6 +11,8 @@ namespace tavorin {
 
 class AppModel;
 class AppStore;
+class MemoryPasteboard;
+class FreedesktopTrash;
 class AsioMainActor;
 class OperatorServer;
 class OperatorService;
@@ -40,6 +42,8 @@ class AppDelegate {
 
   asio::io_context& context_;
   std::unique_ptr<AsioMainActor> actor_;
+  std::unique_ptr<MemoryPasteboard> pasteboard_;
+  std::unique_ptr<FreedesktopTrash> trash_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<AppStore> store_;
   std::unique_ptr<OperatorService> service_;

@@ -15,6 +15,8 @@
 #include "app/AsioMainActor.hpp"
 #include "app/OperatorServer.hpp"
 #include "app/OperatorService.hpp"
+#include "kit/Pasteboard.hpp"
+#include "platform/FreedesktopTrash.hpp"
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
 
@@ -78,8 +80,8 @@ class OperatorServerTest : public ::testing::Test {
   OperatorServerTest()
       : xdg_("XDG_DATA_HOME", (dir_ / "data").string()),
         actor_(context_),
-        model_(actor_),
-        store_(model_, dir_ / "root"),
+        model_(actor_, SessionStore(dir_ / "support/session.json"), pasteboard_),
+        store_(model_, Library(dir_ / "root"), SessionStore(dir_ / "support/session.json"), trash_),
         service_(store_, [] {}),
         server_(context_, service_, "good-token") {}
 
@@ -105,6 +107,8 @@ class OperatorServerTest : public ::testing::Test {
   test::ScopedEnv xdg_;
   asio::io_context context_;
   AsioMainActor actor_;
+  MemoryPasteboard pasteboard_;
+  FreedesktopTrash trash_{dir_ / "Trash"};
   AppModel model_;
   AppStore store_;
   OperatorService service_;
@@ -204,9 +208,11 @@ TEST_F(OperatorServerTest, UnknownVerbsNameTheSpellingSent) {
 TEST(OperatorServerRespond, WorksWithoutASocket) {
   asio::io_context context;
   AsioMainActor actor(context);
-  AppModel model(actor);
   test::TempDir dir;
-  AppStore store(model, dir / "root");
+  MemoryPasteboard pasteboard;
+  FreedesktopTrash trash(dir / "Trash");
+  AppModel model(actor, SessionStore(dir / "session.json"), pasteboard);
+  AppStore store(model, Library(dir / "root"), SessionStore(dir / "session.json"), trash);
   OperatorService service(store, [] {});
   OperatorServer server(context, service, "tok");
   auto answer = asio::co_spawn(context, server.respond(request("tok", "where")), asio::use_future);
