@@ -55,6 +55,12 @@ bool taken(const fs::path& p) {
   return fs::exists(fs::symlink_status(p, ec));
 }
 
+void makeFolder(const fs::path& dir) {
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  if (ec) throw std::runtime_error("could not make " + dir.string() + ": " + ec.message());
+}
+
 // A whole folder copy; a half-made copy is removed before the failure is reported.
 void copyFolder(const fs::path& from, const fs::path& to, const std::string& name) {
   std::error_code ec;
@@ -86,7 +92,7 @@ Project Library::createProject(const std::string& name, Clock::time_point now) c
   if (!Slug::isPlain(name)) throw LibraryError::badName(name);
   if (taken(root / name)) throw LibraryError::nameTaken(name);
   Project p(root / name);
-  fs::create_directories(p.recordingsDir());
+  makeFolder(p.recordingsDir());
   p.writeInfo(ProjectInfo{name, std::nullopt, std::nullopt, RecordingStore::isoDate(now)});
   return p;
 }
@@ -137,7 +143,7 @@ Project Library::seedDemo(const fs::path& from, const std::string& projectName, 
   if (!Slug::isPlain(slug)) throw LibraryError::badName(slug);
   const fs::path to = p.recordingsDir() / slug;
   if (taken(to)) throw SeedError::duplicate(slug);
-  fs::create_directories(p.recordingsDir());
+  makeFolder(p.recordingsDir());
   copyFolder(from, to, slug);
   return p;
 }

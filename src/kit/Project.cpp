@@ -185,7 +185,9 @@ std::string Project::duplicate(const std::string& slug, Clock::time_point now) c
   const std::string copySlug = uniqueSlug(slug);
   const fs::path to = recordingsDir() / copySlug;
   try {
-    fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    std::error_code ec;
+    fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, ec);
+    if (ec) throw std::runtime_error(ec.message());
     RecordingStore store(to);
     store.clearDraft();
     Recording rec = store.loadHead();

@@ -35,8 +35,9 @@ Seed::Result Seed::recording(const Project& project, const std::string& slug, co
   rec.blocking = "blocking.stage";
   if (prompt) rec.origin = Origin{*prompt, agent, std::string(), RecordingStore::isoDate(now)};
 
+  fs::create_directories(dir, ec);
+  if (ec) throw std::runtime_error("could not make " + dir.string() + ": " + ec.message());
   try {
-    fs::create_directories(dir);
     RecordingStore store(dir);
     std::string version = store.saveNewVersion(rec, now);
     RecordingStore::writeAtomically(dir / "blocking.stage", "");
