@@ -124,7 +124,9 @@ std::string RecordingStore::saveNewVersion(const Recording& recording, Clock::ti
   writeInPlace(versionsDir() / name, copy.encoded());
   m.versions.push_back(name);
   m.head = name;
-  writeInPlace(manifestURL(), encodeManifest(m));
+  // The manifest is the one file every open needs, so it is swapped in whole: a
+  // process killed mid-save leaves the old head, never a torn manifest.
+  writeAtomically(manifestURL(), encodeManifest(m));
   return name;
 }
 
@@ -133,7 +135,7 @@ void RecordingStore::setHead(const std::string& name) const {
   if (std::find(m.versions.begin(), m.versions.end(), name) == m.versions.end())
     throw StoreError(404, "no such version: " + name);
   m.head = name;
-  writeInPlace(manifestURL(), encodeManifest(m));
+  writeAtomically(manifestURL(), encodeManifest(m));
 }
 
 bool RecordingStore::hasDraft() const {
