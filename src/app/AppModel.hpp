@@ -118,6 +118,26 @@ class AppModel {
   // One field of one item; an empty value clears it where the field may be missing.
   void editItem(const std::string& id, const std::string& field, const std::string& value);
 
+  // ---- Labels: notes on the timeline that nothing else reads ------------------
+  // The new label's id.
+  std::string addLabel(double at, const std::optional<std::string>& text);
+  void renameLabel(const std::string& id, const std::string& text);
+  // Opens a label for writing; nothing changes until the words are committed.
+  void editLabel(const std::string& id);
+  const std::optional<std::string>& editingLabel() const { return editingLabel_; }
+
+  // ---- The side panel --------------------------------------------------------
+  static const std::vector<std::string>& panelTabs();
+  const std::string& panelTab() const { return panelTab_; }
+  // Showing a tab closes the item editor, which means clearing the selection.
+  void showPanelTab(const std::string& tab);
+  const std::vector<std::string>& collapsedGroups() const { return collapsed_; }
+  // Collapses or opens a group of the info tab; nothing flips it.
+  void setGroupCollapsed(const std::string& group, std::optional<bool> collapsed);
+  // Reads the panel's tab and collapsed groups from the session.
+  void loadPanelState();
+  bool paletteOpen = false;
+
   // ---- Transport, as far as this build has one ------------------------------
   double playhead() const { return playhead_; }
   void setPlayhead(double seconds) { playhead_ = seconds < 0 ? 0 : seconds; }
@@ -184,6 +204,9 @@ class AppModel {
   std::deque<std::string> events_;
 
   VariantsStore::Index variantIndex_;
+  std::optional<std::string> editingLabel_;
+  std::string panelTab_ = "voice";
+  std::vector<std::string> collapsed_;
   double playhead_ = 0;
   double pxPerSecond_ = 100;
   // Guards posted work against a model that is gone.

@@ -224,3 +224,90 @@ void AppModel::deleteItems(const std::vector<std::string>& ids) {
 }
 
 }  // namespace tavorin
+
+namespace tavorin {
+
+// ---- Labels ------------------------------------------------------------------------
+
+std::string AppModel::addLabel(double at, const std::optional<std::string>& text) {
+  requireEditable();
+  Recording next = *stored_;
+  TimelineItem label(Clipboard::freeId("g1", next.itemIds()), ItemType::label);
+  label.start = std::max(0.0, at);
+  label.text = text;
+  const std::string id = label.id;
+  next.timeline.push_back(std::move(label));
+  remember("the label");
+  setRecording(std::move(next));
+  scheduleDraft();
+  char when[32];
+  std::snprintf(when, sizeof when, "%.2f", std::max(0.0, at));
+  note("label " + id + " at " + when);
+  return id;
+}
+
+void AppModel::renameLabel(const std::string& id, const std::string& text) {
+  requireEditable();
+  const TimelineItem* found = stored_->item(id);
+  if (!found) throw Failure::noSuchItem(id);
+  if (found->type != ItemType::label) throw Failure::cannotUse(id + " is a " + name(found->type) + ", not a label");
+  Recording next = *stored_;
+  next.item(id)->text = text;
+  if (next == *stored_) return;
+  remember("the label");
+  setRecording(std::move(next));
+  scheduleDraft();
+  editingLabel_.reset();
+  note("label " + id + " renamed");
+}
+
+void AppModel::editLabel(const std::string& id) {
+  requireEditable();
+  const TimelineItem* found = stored_->item(id);
+  if (!found) throw Failure::noSuchItem(id);
+  if (found->type != ItemType::label) throw Failure::cannotUse(id + " is a " + name(found->type) + ", not a label");
+  editingLabel_ = id;
+  selection_ = {id};
+  note("editing label " + id);
+}
+
+// ---- The side panel ----------------------------------------------------------------
+
+const std::vector<std::string>& AppModel::panelTabs() {
+  static const std::vector<std::string> tabs{"voice", "subtitles", "agent", "info", "youtube"};
+  return tabs;
+}
+
+void AppModel::showPanelTab(const std::string& tab) {
+  const auto& tabs = panelTabs();
+  if (std::find(tabs.begin(), tabs.end(), tab) == tabs.end())
+    throw Failure::badChoice(tab, "panel tab", "voice, subtitles, agent, info, youtube");
+  panelTab_ = tab;
+  selection_.clear();
+  try {
+    session_.rememberPanelTab(tab);
+  } catch (const std::exception&) {
+  }
+}
+
+void AppModel::setGroupCollapsed(const std::string& group, std::optional<bool> collapsed) {
+  auto it = std::find(collapsed_.begin(), collapsed_.end(), group);
+  const bool now = collapsed.value_or(it == collapsed_.end());
+  if (now && it == collapsed_.end()) collapsed_.push_back(group);
+  if (!now && it != collapsed_.end()) collapsed_.erase(it);
+  try {
+    session_.rememberCollapsed(collapsed_);
+  } catch (const std::exception&) {
+  }
+}
+
+void AppModel::loadPanelState() {
+  const SessionMemory memory = session_.read();
+  collapsed_ = memory.collapsed.value_or(std::vector<std::string>{});
+  if (memory.panelTab) {
+    const auto& tabs = panelTabs();
+    if (std::find(tabs.begin(), tabs.end(), *memory.panelTab) != tabs.end()) panelTab_ = *memory.panelTab;
+  }
+}
+
+}  // namespace tavorin

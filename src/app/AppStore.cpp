@@ -42,6 +42,7 @@ void AppStore::bootstrap(const std::vector<std::string>& arguments) {
   std::error_code ec;
   fs::create_directories(library_.root, ec);
   seedIfEmpty();
+  production_.loadPanelState();
   refresh();
   if (landed) return;
   for (const auto& argument : arguments) {

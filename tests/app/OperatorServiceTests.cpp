@@ -1,0 +1,272 @@
+#include <gtest/gtest.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/io_context.hpp>
+#include <asio/use_future.hpp>
+
+#include "TestSupport.hpp"
+#include "app/AppStore.hpp"
+#include "app/ManualMainActor.hpp"
+#include "app/OperatorService.hpp"
+#include "app/Scope.hpp"
+#include "kit/Pasteboard.hpp"
+#include "kit/RecordingStore.hpp"
+#include "operator/OperatorManifest.hpp"
+#include "platform/FreedesktopTrash.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+
+namespace tavorin {
+// Readable failures: a JSON value prints as its text.
+void PrintTo(const JSONValue& v, std::ostream* os) { *os << v.encode(); }
+}  // namespace tavorin
+
+namespace {
+
+// Groups and verbs whose part of the studio comes with later work.
+bool laterWork(const VerbSpec& spec) {
+  static const std::set<std::string> groups{"run",  "record", "system", "music",    "export",
+                                            "cast", "render", "timeline", "transport", "blocking"};
+  static const std::set<std::string> verbs{"lines",   "lines.glue", "line.split",     "lines.merge", "lines.together",
+                                           "lines.alone", "revise", "revise.status", "item.move",   "item.duplicate",
+                                           "snap"};
+  return groups.count(spec.group) || verbs.count(spec.name);
+}
+
+class OperatorServiceTest : public ::testing::Test {
+ protected:
+  OperatorServiceTest()
+      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
+        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
+        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
+        service(store, [this] { ++quits; }) {
+    Scope::resetForTesting();
+  }
+
+  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    asio::io_context context;
+    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
+    context.run();
+    actor.drain();  // the turn ends
+    return future.get();
+  }
+  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    const auto r = call(verb, std::move(args));
+    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
+    return r.error.value_or("");
+  }
+  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    const auto r = call(verb, std::move(args));
+    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
+    return r.data.value_or(JSONValue());
+  }
+  // A project with one production of three lines, open in the editor.
+  void openSample() {
+    data("project.create", {{"name", "Films"}});
+    data("recording.new", {{"title", "Sample"}});
+    Recording rec = model.recording();
+    for (int i = 1; i <= 3; ++i) {
+      TimelineItem line("l" + std::to_string(i), ItemType::line);
+      line.text = "Line " + std::to_string(i) + ".";
+      line.start = i * 2.0;
+      line.hold = 1.5;
+      rec.timeline.push_back(line);
+    }
+    model.setRecording(rec);
+    actor.drain();
+    data("save");
+  }
+
+  test::TempDir tmp;
+  test::ScopedEnv support;
+  ManualMainActor actor;
+  MemoryPasteboard pasteboard;
+  FreedesktopTrash trash{tmp / "Trash"};
+  AppModel model;
+  AppStore store;
+  OperatorService service;
+  int quits = 0;
+};
+
+}  // namespace
+
+TEST_F(OperatorServiceTest, EveryVerbOfTheManifestAnswersWithoutAProduction) {
+  ASSERT_EQ(OperatorService::handledVerbs().size(), 190u);
+  for (const VerbSpec& spec : OperatorManifest::verbs()) {
+    if (spec.name == "quit") continue;  // it would end the walk
+    OperatorResult r;
+    ASSERT_NO_THROW(r = call(spec.name)) << spec.name;
+    const std::string error = r.error.value_or("");
+    if (laterWork(spec)) {
+      EXPECT_EQ(error, "unhandled verb '" + spec.name + "'") << spec.name;
+    } else {
+      EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << spec.name << ": " << error;
+      EXPECT_TRUE(r.ok || !error.empty()) << spec.name;
+    }
+  }
+}
+
+TEST_F(OperatorServiceTest, UnknownVerbsNameTheSpellingSent) {
+  EXPECT_TRUE(call("ping").ok);
+  EXPECT_EQ(error("PING"), "unknown verb 'PING'. Try: tavorinctl verbs");
+  EXPECT_EQ(error("lines.Merge"), "unknown verb 'lines.Merge'. Try: tavorinctl verbs");
+}
+
+TEST_F(OperatorServiceTest, MissingArgumentsAreRefusedInTheirOwnWords) {
+  const std::map<std::string, std::string> refusals{
+      {"project.create", "project.create needs name=<display name>"},
+      {"project.open", "project.open needs name=<slug or name>"},
+      {"project.trash", "project.trash needs name=<project>. Try: tavorinctl project.list"},
+      {"recording.open", "recording.open needs slug=<slug>"},
+      {"recording.duplicate", "recording.duplicate needs slug=<slug>"},
+      {"recording.trash", "recording.trash needs slug=<slug>"},
+      {"recording.restore", "recording.restore needs entry=<trash entry>"},
+      {"recording.new",
+       "recording.new needs prompt=<what the production should be> [title=], or title= alone for a blank recording"},
+      {"version.open", "version.open needs name=<short or full version name>"},
+      {"version.head", "version.head needs name=<short or full version name>"},
+      {"nav", "nav needs route=<script|edit|library[:project]|shoot|render>"},
+      {"open", "open needs dir=<path>"},
+      {"drop", "drop needs path=<file or folder>"},
+      {"hover", "hover needs id=<item id>"},
+      {"label.add", "label.add needs at=<seconds> [text=…]"},
+      {"label.rename", "label.rename needs id=<label> text=<new text>"},
+  };
+  openSample();  // so that nothing is refused for want of a production first
+  for (const auto& [verb, words] : refusals) EXPECT_EQ(error(verb), words) << verb;
+  // An empty value is a missing one.
+  EXPECT_EQ(error("label.rename", {{"id", "g1"}, {"text", ""}}), "label.rename needs id=<label> text=<new text>");
+}
+
+TEST_F(OperatorServiceTest, NumbersAreReadFromTheWholeText) {
+  openSample();
+  EXPECT_EQ(error("label.add", {{"at", "abc"}}), "'abc' is not a number for at");
+  EXPECT_EQ(error("label.add", {{"at", " 2"}}), "' 2' is not a number for at");
+  const JSONValue label = data("label.add", {{"at", "2.5"}, {"text", "Chapter two"}});
+  EXPECT_EQ(*label["id"], JSONValue("g1"));
+  EXPECT_EQ(*label["start"], JSONValue(2.5));
+}
+
+TEST_F(OperatorServiceTest, IdListsDropEmptyPieces) {
+  openSample();
+  data("delete", {{"ids", " l1 , ,l3"}});
+  EXPECT_FALSE(model.recording().item("l1"));
+  EXPECT_TRUE(model.recording().item("l2"));
+  EXPECT_FALSE(model.recording().item("l3"));
+  EXPECT_EQ(*data("undo")["ids"], JSONValue::array({"l1", "l3"}));
+  EXPECT_EQ(*data("select", {{"ids", "l3, l1"}})["selection"], JSONValue::array({"l3", "l1"}));
+}
+
+TEST_F(OperatorServiceTest, EditingRefusesWithoutAProductionAndWhileViewingAnOlderVersion) {
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "text"}, {"value", "x"}}), "no production is open");
+  EXPECT_EQ(error("save"), "no production is open");
+  EXPECT_EQ(error("nav", {{"route", "script"}}), "nothing to edit — open a production first");
+  openSample();
+  data("edit", {{"id", "l1"}, {"field", "text"}, {"value", "Changed."}});
+  data("save");
+  data("version.open", {{"name", "v0001"}});
+  const std::string readOnly = "viewing an older version — set it as head to edit";
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "text"}, {"value", "x"}}), readOnly);
+  EXPECT_EQ(error("save"), readOnly);
+  EXPECT_EQ(error("paste", {{"text", R"({"id":"g9","type":"label"})"}}), readOnly);
+  EXPECT_EQ(error("delete", {{"ids", "l1"}}), readOnly);
+  EXPECT_EQ(error("label.add", {{"at", "1"}}), readOnly);
+  EXPECT_EQ(error("undo"), readOnly);
+  // Reports and leaving the old version still work.
+  EXPECT_TRUE(call("versions").ok);
+  EXPECT_TRUE(call("diff").ok);
+  data("version.head", {{"name", "v0001"}});
+  // v0001 is the blank recording, before the lines were written.
+  const auto again = call("edit", {{"id", "production"}, {"field", "title"}, {"value", "Editable again"}});
+  EXPECT_TRUE(again.ok) << again.error.value_or("");
+}
+
+TEST_F(OperatorServiceTest, TheEditFlowThroughVerbs) {
+  openSample();
+  data("edit", {{"id", "production"}, {"field", "title"}, {"value", "A better title"}});
+  data("edit", {{"id", "l2"}, {"field", "hold"}, {"value", "2.25"}});
+  // Newest first; the sample's lines arrived as a paste-like step of their own.
+  EXPECT_EQ(*data("history")["undo"], JSONValue::array({"the hold", "edit production", "the paste"}));
+  data("undo");
+  EXPECT_EQ(*model.recording().item("l2")->hold, 1.5);
+  data("redo");
+  EXPECT_EQ(*model.recording().item("l2")->hold, 2.25);
+  EXPECT_NE(error("edit", {{"id", "l1"}, {"field", "voice"}, {"value", "af_heart"}}).find("not part of this build"),
+            std::string::npos);
+
+  data("select", {{"ids", "l1"}});
+  data("copy");
+  const JSONValue pasted = data("paste", {{"at", "20"}});
+  EXPECT_EQ(*pasted["pasted"], JSONValue::array({"l1a"}));
+  const JSONValue deleted = data("delete");
+  EXPECT_EQ(*deleted["message"], JSONValue("deleted — `undo` puts it back"));
+  EXPECT_FALSE(model.recording().item("l1a"));
+
+  const JSONValue inspect = data("inspect", {{"id", "l2"}});
+  EXPECT_EQ(*(*(*inspect["fields"])["hold"])["value"], JSONValue(2.25));
+  EXPECT_EQ(*(*(*inspect["fields"])["rate"])["from"], JSONValue("default"));
+}
+
+TEST_F(OperatorServiceTest, VersionsDiffAndDrafts) {
+  openSample();
+  data("edit", {{"id", "l1"}, {"field", "text"}, {"value", "Changed."}});
+  EXPECT_EQ(*data("draft")["draft"], JSONValue(true));
+  data("save");
+  const JSONValue versions = data("versions");
+  EXPECT_EQ(versions["versions"]->arrayValue()->size(), 3u);
+  EXPECT_EQ(*data("draft")["draft"], JSONValue(false));
+  const JSONValue diff = data("diff");
+  EXPECT_EQ(*diff["from"], JSONValue("v0002"));
+  EXPECT_EQ(*diff["to"], JSONValue("v0003"));
+  EXPECT_NE(diff["summary"]->stringValue()->find("retexted"), std::string::npos);
+  const JSONValue raw = data("diff.raw", {{"from", "v0002"}});
+  bool sawChange = false;
+  for (const auto& line : *raw["lines"]->arrayValue())
+    if (line.stringValue()->find("+ ") == 0 && line.stringValue()->find("Changed.") != std::string::npos) sawChange = true;
+  EXPECT_TRUE(sawChange);
+  EXPECT_EQ(error("version.open", {{"name", "v0099"}}).rfind("The system found no version named 'v0099'.", 0), 0u);
+}
+
+TEST_F(OperatorServiceTest, FlowsOverThePage) {
+  EXPECT_EQ(error("flow.end"), "nothing is open over the page");
+  openSample();
+  data("shoot");
+  EXPECT_TRUE(store.showingSlate);
+  const JSONValue youtube = data("export.youtube");
+  EXPECT_EQ(*youtube["exportSheetArmed"], JSONValue(false));
+  data("flow.end");
+  EXPECT_FALSE(store.showingExportSheet);
+  data("flow.end");
+  EXPECT_FALSE(store.showingSlate);
+  EXPECT_EQ(*data("pages")["pages"], JSONValue::array({"script", "edit", "library"}));
+  EXPECT_EQ(*data("palette")["palette"], JSONValue(true));
+  EXPECT_EQ(*data("palette", {{"open", "0"}})["palette"], JSONValue(false));
+}
+
+TEST_F(OperatorServiceTest, ToastsAreListedAndDismissed) {
+  model.toasts().post(Toast::Kind::voice, "rendered l1");
+  const auto failure = model.toasts().post(Toast::Kind::failure, "the engine is down");
+  const JSONValue report = data("toasts");
+  EXPECT_EQ(*report["count"], JSONValue(2));
+  const auto& first = (*report["toasts"]->arrayValue())[0];
+  EXPECT_EQ(*first["holds"], JSONValue(true));
+  EXPECT_EQ(*first["secondsLeft"], JSONValue(0.0));
+  EXPECT_EQ(error("toasts", {{"dismiss", "t99"}}), "no toast 't99' is up. Try: tavorinctl toasts");
+  EXPECT_EQ(*data("toasts", {{"dismiss", failure}})["count"], JSONValue(1));
+  EXPECT_EQ(*data("toasts", {{"dismiss", "all"}})["count"], JSONValue(0));
+}
+
+TEST_F(OperatorServiceTest, OriginAndItsAbsence) {
+  openSample();
+  EXPECT_EQ(error("origin"), "this production predates provenance — there is no record of what asked for it");
+  const JSONValue made = data("recording.new", {{"prompt", "A tour of the settings page"}});
+  EXPECT_NE(made["handoff"]->stringValue()->find("The request was:\nA tour of the settings page"), std::string::npos);
+  EXPECT_EQ(*data("origin")["prompt"], JSONValue("A tour of the settings page"));
+}
+
+TEST_F(OperatorServiceTest, QuitAnswersAndAsksToTerminate) {
+  EXPECT_TRUE(call("quit").ok);
+  EXPECT_EQ(quits, 1);
+  EXPECT_EQ(model.events().back(), "quit requested by the operator");
+}
