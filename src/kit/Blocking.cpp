@@ -1,5 +1,6 @@
 #include "kit/Blocking.hpp"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -272,6 +273,8 @@ Kind parseStep(std::string_view line) {
 
 std::vector<Step> parse(std::string_view source) {
   std::vector<Step> steps;
+  // One allocation up front: steps are large and a script has thousands of them.
+  steps.reserve(static_cast<size_t>(std::count(source.begin(), source.end(), '\n')) + 1);
   int counter = 0;
   std::optional<std::string> cue;
   std::optional<Anchor> anchor;

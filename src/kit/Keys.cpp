@@ -60,6 +60,15 @@ std::string_view trimBlanks(std::string_view text) {
   return text;
 }
 
+std::string quoted(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 2);
+  out += '\'';
+  out += text;
+  out += '\'';
+  return out;
+}
+
 std::string joined(const std::vector<std::string>& list) {
   std::string out;
   for (const auto& item : list) {
@@ -131,17 +140,17 @@ std::optional<std::string> refusal(std::string_view text) {
   if (parts.empty()) return std::string("`key` needs a key to press");
   for (size_t i = 0; i + 1 < parts.size(); ++i)
     if (!modifier(parts[i]))
-      return "'" + clean(parts[i]) + "' is not a modifier. Try: cmd, shift, alt, ctrl";
+      return quoted(clean(parts[i])) + " is not a modifier. Try: cmd, shift, alt, ctrl";
   std::vector<Modifier> seen;
   for (size_t i = 0; i + 1 < parts.size(); ++i) {
     const Modifier m = *modifier(parts[i]);
     if (std::find(seen.begin(), seen.end(), m) != seen.end())
-      return "'" + std::string(name(m)) + "' is named twice in '" + std::string(text) + "'";
+      return quoted(name(m)) + " is named twice in " + quoted(text);
     seen.push_back(m);
   }
   const std::string last = clean(parts.back());
   if (!code(last))
-    return "'" + last + "' is not a key this Mac can press. Try: " + joined(hint());
+    return quoted(last) + " is not a key this Mac can press. Try: " + joined(hint());
   return std::nullopt;
 }
 
