@@ -9,73 +9,22 @@
 #include <chrono>
 #include <thread>
 
+#include "Processes.hpp"
 #include "TestSupport.hpp"
 #include "operator/JSONValue.hpp"
 #include "operator/OperatorClient.hpp"
 #include "operator/OperatorControlFile.hpp"
 
-extern char** environ;
-
 using namespace tavorin;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using test::programs;
+using test::spawn;
+using test::Spawned;
+using test::waitFor;
+using test::waitForFile;
 
 namespace {
-
-// The programs sit beside this test's build folder: <build>/tests/X and <build>/src/main/.
-fs::path programs() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "src/main"; }
-
-struct Spawned {
-  pid_t pid = -1;
-  fs::path out, err;
-};
-
-// Runs a program with the given environment additions; stdout and stderr go to files.
-Spawned spawn(const fs::path& program, const std::vector<std::string>& args, const std::vector<std::string>& env,
-              const fs::path& logs) {
-  static int counter = 0;
-  Spawned s;
-  s.out = logs / ("out" + std::to_string(++counter));
-  s.err = logs / ("err" + std::to_string(counter));
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, s.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, s.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::vector<std::string> argStore{program.string()};
-  argStore.insert(argStore.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : argStore) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  std::vector<std::string> envStore;
-  for (char** e = environ; *e; ++e) envStore.emplace_back(*e);
-  envStore.insert(envStore.end(), env.begin(), env.end());
-  std::vector<char*> envp;
-  for (auto& e : envStore) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  if (posix_spawn(&s.pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) s.pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return s;
-}
-
-// The exit status, or -1 when the process is still running after `limit`.
-int waitFor(pid_t pid, std::chrono::milliseconds limit) {
-  const auto until = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < until) {
-    int status = 0;
-    if (::waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    std::this_thread::sleep_for(10ms);
-  }
-  return -1;
-}
-
-bool waitForFile(const fs::path& file, std::chrono::milliseconds limit) {
-  const auto until = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < until) {
-    if (fs::exists(file)) return true;
-    std::this_thread::sleep_for(5ms);
-  }
-  return false;
-}
 
 class TavorinProcess : public ::testing::Test {
  protected:

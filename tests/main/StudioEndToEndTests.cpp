@@ -1,0 +1,154 @@
+// Drives a running studio only through tavorinctl, as a person or an agent would.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "Processes.hpp"
+#include "TestSupport.hpp"
+#include "operator/JSONValue.hpp"
+#include "operator/OperatorControlFile.hpp"
+#include "operator/OperatorWire.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Reply {
+  int rc = -1;
+  JSONValue data;
+  std::string err;
+};
+
+class StudioEndToEnd : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(dir / "home");
+    env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
+           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string()};
+    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
+    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
+  }
+  void TearDown() override {
+    if (test::waitFor(app.pid, 0ms) == -1) {
+      ::kill(app.pid, SIGKILL);
+      test::waitFor(app.pid, 2s);
+    }
+  }
+  Reply ctl(std::vector<std::string> args) {
+    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
+    Reply r;
+    r.rc = test::waitFor(s.pid, 10s);
+    const std::string out = test::readFile(s.out);
+    if (!out.empty()) r.data = JSONValue::decode(out);
+    r.err = test::readFile(s.err);
+    return r;
+  }
+  // A verb that must answer ok; its data.
+  JSONValue ok(std::vector<std::string> args) {
+    Reply r = ctl(args);
+    EXPECT_EQ(r.rc, 0) << args[0] << ": " << r.err;
+    return r.data;
+  }
+  std::string str(const JSONValue& v, const char* key) { return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : ""; }
+
+  test::TempDir dir;
+  std::vector<std::string> env;
+  test::Spawned app;
+};
+
+}  // namespace
+
+TEST_F(StudioEndToEnd, AProductionsLifeThroughTavorinctl) {
+  // A project, a blank recording and one from a sentence.
+  EXPECT_EQ(str(ok({"project.create", "name=Launch Films"}), "project"), "Launch Films");
+  EXPECT_EQ(str(ok({"recording.new", "title=Intro"}), "slug"), "intro");
+  const JSONValue seeded = ok({"recording.new", "prompt=A two minute tour of the export sheet"});
+  const std::string slug = str(seeded, "slug");
+  EXPECT_NE(str(seeded, "handoff").find("The request was:\nA two minute tour of the export sheet"), std::string::npos);
+  EXPECT_EQ(str(ok({"origin"}), "prompt"), "A two minute tour of the export sheet");
+
+  // Edits, undo and redo.
+  ok({"edit", "id=production", "field=title", "value=Export tour"});
+  EXPECT_EQ(str(ok({"label.add", "at=1.5", "text=Hello"}), "id"), "g1");
+  ok({"edit", "id=g1", "field=text", "value=Welcome"});
+  ok({"undo"});
+  const JSONValue g1 = ok({"hover", "id=g1"});
+  EXPECT_EQ(str(g1, "text"), "Hello");
+  ok({"redo"});
+  EXPECT_EQ(str(ok({"hover", "id=g1"}), "text"), "Welcome");
+
+  // Two saves and their difference.
+  EXPECT_EQ(str(ok({"save"}), "version"), "v0002");
+  ok({"label.add", "at=4", "text=Second chapter"});
+  EXPECT_EQ(str(ok({"save"}), "version"), "v0003");
+  const JSONValue diff = ok({"diff"});
+  EXPECT_EQ(str(diff, "from"), "v0002");
+  EXPECT_EQ(str(diff, "to"), "v0003");
+  EXPECT_NE(str(diff, "summary").find("added"), std::string::npos) << str(diff, "summary");
+  EXPECT_FALSE(ok({"diff.raw"})["lines"]->arrayValue()->empty());
+
+  // The older one, read-only; then made head.
+  ok({"version.open", "name=v0002"});
+  const Reply refused = ctl({"edit", "id=production", "field=title", "value=Nope"});
+  EXPECT_EQ(refused.rc, 1);
+  EXPECT_EQ(refused.err, "viewing an older version — set it as head to edit\n");
+  ok({"version.head", "name=v0002"});
+  EXPECT_EQ(ok({"status"})["production"]->operator[]("readOnly")->boolValue(), false);
+  ok({"edit", "id=production", "field=description", "value=Built on v0002"});
+
+  // Trash and restore a recording that is not open.
+  const std::string entry = str(ok({"recording.trash", "slug=intro"}), "entry");
+  EXPECT_EQ(ok({"recording.trashed"})["trashed"]->arrayValue()->size(), 1u);
+  EXPECT_EQ(str(ok({"recording.restore", "entry=" + entry}), "slug"), "intro");
+
+  // A folder of each kind dropped on the studio.
+  const fs::path root = dir / "root";
+  const fs::path project = root / "Launch Films";
+  const fs::path production = project / "recordings" / slug;
+  fs::create_directories(dir / "plain");
+  test::writeFile(dir / "voice.wav", "RIFF\x24\0\0\0WAVEfmt ");
+  struct Drop {
+    fs::path path;
+    std::string kind;
+    bool accepted;
+  };
+  for (const Drop& d : {Drop{production, "production", true}, Drop{project, "project", true}, Drop{root, "root", true},
+                        Drop{dir / "plain", "unknown", false}, Drop{dir / "voice.wav", "audio", false}}) {
+    const JSONValue landing = ok({"drop", "path=" + d.path.string()});
+    EXPECT_EQ(str(landing, "kind"), d.kind) << d.path;
+    EXPECT_EQ(landing["accepted"]->boolValue(), d.accepted) << d.path;
+    EXPECT_EQ(str(landing, "refusal").empty(), d.accepted) << d.path;
+  }
+
+  // The studio ends cleanly, its production saved on disk.
+  ok({"quit"});
+  EXPECT_EQ(test::waitFor(app.pid, 5s), 0);
+  EXPECT_TRUE(fs::exists(production / "versions"));
+}
+
+TEST_F(StudioEndToEnd, QuitAnswersAndThenTheConnectionEnds) {
+  const auto control = OperatorControlFile::read(dir / "data/Tavorin/operator.json");
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  timeval tv{5, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(static_cast<uint16_t>(control.port));
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  const std::string line = OperatorWire::encodeLine(OperatorRequest{control.token, OperatorCommand{"quit", {}}});
+  ASSERT_EQ(::send(fd, line.data(), line.size(), 0), static_cast<ssize_t>(line.size()));
+  std::string answer;
+  char buf[4096];
+  ssize_t n;
+  while ((n = ::recv(fd, buf, sizeof buf, 0)) > 0) answer.append(buf, n);
+  ::close(fd);
+  EXPECT_EQ(n, 0);  // the peer closed: the connection ended after the answer
+  EXPECT_EQ(answer, "{\"data\":{\"quitting\":true},\"ok\":true}\n");
+  EXPECT_EQ(test::waitFor(app.pid, 5s), 0);
+}
