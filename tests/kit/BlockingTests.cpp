@@ -176,7 +176,7 @@ TEST(Blocking, AgentCalls) {
   EXPECT_EQ(call->effort, "low");
   EXPECT_FALSE(call->rules);  // the later, empty rules win
 
-  EXPECT_FALSE(Blocking::agentCall("agent model gpt")->model);
+  EXPECT_FALSE(Blocking::agentCall("agent model gpt"));  // no prompt
   EXPECT_FALSE(Blocking::agentCall("agent \"x\" model gpt")->model);
   EXPECT_TRUE(only("agent \"\"").is<K::Unknown>());
   EXPECT_TRUE(only("agent tidy up").is<K::Unknown>());
