@@ -34,6 +34,7 @@ void AppModel::setRecording(Recording next) {
   std::optional<Recording> before = std::move(stored_);
   stored_ = std::move(next);
   if (before) noteChange(*before, storedBlocking_);
+  compileBlocking();
   settle();
 }
 
@@ -42,6 +43,7 @@ void AppModel::setBlocking(std::string text) {
   std::string before = std::move(storedBlocking_);
   storedBlocking_ = std::move(text);
   if (stored_) noteChange(*stored_, before);
+  compileBlocking();
   settle();
 }
 
@@ -120,6 +122,7 @@ void AppModel::land(const HistoryStep& step) {
   {
     Hold hold(*this);
     storedBlocking_ = step.blocking;
+    compileBlocking();
     settle();
     setRecording(step.rec);
     settle();

@@ -9,7 +9,11 @@
 #include "app/AppModelFailure.hpp"
 #include "app/MainActor.hpp"
 #include "app/ToastCenter.hpp"
+#include "kit/Blocking.hpp"
+#include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
+#include "kit/Retime.hpp"
+#include "kit/Schedule.hpp"
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
 #include "kit/VariantsStore.hpp"
@@ -118,6 +122,30 @@ class AppModel {
   // One field of one item; an empty value clears it where the field may be missing.
   void editItem(const std::string& id, const std::string& field, const std::string& value);
 
+  // ---- The stage script -----------------------------------------------------
+  const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
+  const std::vector<Schedule::Cue>& cues() const { return cues_; }
+  const std::vector<BlockingDiagnostic>& blockingDiagnostics() const { return blockingDiagnostics_; }
+  // Swaps in a new script as one undo step; the cues and diagnostics follow at once.
+  void replaceBlocking(std::string text);
+  // Moves a cue by rewriting only the offset of its block. Refuses a cue the compiled
+  // script lacks, and one whose time comes from the sequence rather than an anchor.
+  void moveCue(int ordinal, double to);
+  bool blockingDrawerOpen = false;
+
+  // ---- Timing edits ------------------------------------------------------------
+  // The dock's snapping toggle, which a move obeys unless told otherwise.
+  bool snapping = true;
+  static constexpr double snapPixels = 7;
+  double snapWindow(std::optional<bool> snap) const;
+  // Where a drag of `id` to `to` would land, and what it snapped to; changes nothing.
+  Retime::Snap snapPreview(const std::string& id, double to, std::optional<bool> snap = std::nullopt) const;
+  Retime::Snap moveItem(const std::string& id, double to, std::optional<bool> snap = std::nullopt);
+  // The copy's id.
+  std::string duplicateItem(const std::string& id, std::optional<double> at = std::nullopt);
+  // The jog: "prev", "next", "start" or "end". Returns the new playhead.
+  double stepCue(const std::string& to);
+
   // ---- Labels: notes on the timeline that nothing else reads ------------------
   // The new label's id.
   std::string addLabel(double at, const std::optional<std::string>& text);
@@ -203,6 +231,10 @@ class AppModel {
   std::shared_ptr<MainActor::Timer> draftWork_;
   std::deque<std::string> events_;
 
+  void compileBlocking();
+  std::vector<Blocking::Step> blockingSteps_;
+  std::vector<Schedule::Cue> cues_;
+  std::vector<BlockingDiagnostic> blockingDiagnostics_;
   VariantsStore::Index variantIndex_;
   std::optional<std::string> editingLabel_;
   std::string panelTab_ = "voice";

@@ -84,6 +84,7 @@ void AppModel::loadBlocking(const fs::path& dir, const Recording& rec) {
   }
   Hold hold(*this);
   storedBlocking_ = std::move(text);
+  compileBlocking();
 }
 
 void AppModel::saveBlocking() {

@@ -31,7 +31,8 @@ asio::awaitable<OperatorResult> OperatorService::handle(OperatorCommand command)
     for (auto group : {&OperatorService::statusVerbs, &OperatorService::navVerbs, &OperatorService::libraryVerbs,
                        &OperatorService::productionVerbs, &OperatorService::agentVerbs,
                        &OperatorService::versionsVerbs, &OperatorService::editVerbs, &OperatorService::blockingVerbs,
-                       &OperatorService::chromeVerbs, &OperatorService::appVerbs}) {
+                       &OperatorService::chromeVerbs, &OperatorService::timelineVerbs,
+                       &OperatorService::transportVerbs, &OperatorService::appVerbs}) {
       if (Answer answer = (this->*group)(command, args)) co_return std::move(*answer);
     }
     // A verb whose part of the studio this build does not have yet says so.

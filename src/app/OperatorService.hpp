@@ -48,6 +48,8 @@ class OperatorService {
   Answer editVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer blockingVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer chromeVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer timelineVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer transportVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer appVerbs(const OperatorCommand& c, const OperatorArgs& a);
 
   // Shared report pieces.
@@ -56,6 +58,7 @@ class OperatorService {
   JSONValue pagesReport() const;
   JSONValue flowReport() const;
   JSONValue versionsReport() const;
+  JSONValue diagnosticsReport() const;
 
   AppModel& model() const;
 

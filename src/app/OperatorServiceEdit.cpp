@@ -176,6 +176,31 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
     if (item->start) card.set("end", JSONValue::seconds(*item->start + item->effectiveDuration().value_or(0)));
     return OperatorResult::success(card);
   }
+  if (v == "item.move") {
+    const auto id = a.text("id");
+    const auto to = a.number("to");
+    if (!id || !to) return OperatorResult::failure("item.move needs id=<item> to=<seconds>");
+    const Retime::Snap landing = m.moveItem(*id, *to, a.lenient("snap"));
+    return OperatorResult::success(JSONValue::object(
+        {{"id", *id}, {"start", JSONValue::seconds(landing.start)}, {"snapped", Reports::seconds(landing.snapped)}}));
+  }
+  if (v == "item.duplicate") {
+    const auto id = a.text("id");
+    if (!id) return OperatorResult::failure("item.duplicate needs id=<item> [at=<seconds>]");
+    const std::string copy = m.duplicateItem(*id, a.number("at"));
+    return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(copy)));
+  }
+  if (v == "snap") {
+    const auto id = a.text("id");
+    const auto to = a.number("to");
+    if (!id || !to) return OperatorResult::failure("snap needs id=<item> to=<seconds>");
+    const Retime::Snap landing = m.snapPreview(*id, *to);
+    return OperatorResult::success(JSONValue::object({{"id", *id},
+                                                      {"start", JSONValue::seconds(landing.start)},
+                                                      {"snapped", Reports::seconds(landing.snapped)},
+                                                      {"window", m.snapWindow(std::nullopt)},
+                                                      {"snapping", m.snapping}}));
+  }
   if (v == "edit") {
     const auto id = a.text("id");
     const auto field = a.text("field");
@@ -184,11 +209,6 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
     if (*id == "production") return OperatorResult::success(productionReport());
     return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(*id)));
   }
-  return std::nullopt;
-}
-
-OperatorService::Answer OperatorService::blockingVerbs(const OperatorCommand&, const OperatorArgs&) {
-  // The stage-script verbs arrive with the blocking engine.
   return std::nullopt;
 }
 

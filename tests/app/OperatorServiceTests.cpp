@@ -26,13 +26,17 @@ namespace {
 
 // Groups and verbs whose part of the studio comes with later work.
 bool laterWork(const VerbSpec& spec) {
-  static const std::set<std::string> groups{"run",  "record", "system", "music",    "export",
-                                            "cast", "render", "timeline", "transport", "blocking"};
-  static const std::set<std::string> verbs{"lines",   "lines.glue", "line.split",     "lines.merge", "lines.together",
-                                           "lines.alone", "revise", "revise.status", "item.move",   "item.duplicate",
-                                           "snap"};
-  return groups.count(spec.group) || verbs.count(spec.name);
+  static const std::set<std::string> groups{"run",  "record", "system",   "music",    "export",
+                                            "cast", "render", "timeline", "transport"};
+  static const std::set<std::string> built{"jog", "snapping"};
+  static const std::set<std::string> verbs{"lines",          "lines.glue", "line.split", "lines.merge",
+                                           "lines.together", "lines.alone", "revise",    "revise.status"};
+  return (groups.count(spec.group) && !built.count(spec.name)) || verbs.count(spec.name);
 }
+
+}  // namespace
+
+namespace {
 
 class OperatorServiceTest : public ::testing::Test {
  protected:
