@@ -115,7 +115,7 @@ void anchors(const std::vector<Blocking::Step>& steps, const std::unordered_set<
   for (const auto& step : steps) {
     if (step.kind.is<Blocking::Kind::Unknown>()) {
       out.push_back({step.sourceLine, Severity::warning,
-                     "Not a step this grammar knows, so it will be skipped. See SPEC.md for the verbs.",
+                     "Not a step this grammar knows, so it will be skipped. The steps are listed in docs/stage-script.md.",
                      step.raw});
     } else if (step.kind.is<Blocking::Kind::AnchorHeader>() && step.anchor) {
       const auto& anchor = *step.anchor;

@@ -48,7 +48,7 @@ TEST(BlockingDiagnostics, AnchorsThatNameNoLine) {
   ASSERT_EQ(unknown.size(), 1u);
   EXPECT_EQ(unknown[0].line, 2);
   EXPECT_EQ(unknown[0].source, "frobnicate 3");
-  EXPECT_EQ(unknown[0].message, "Not a step this grammar knows, so it will be skipped. See SPEC.md for the verbs.");
+  EXPECT_EQ(unknown[0].message, "Not a step this grammar knows, so it will be skipped. The steps are listed in docs/stage-script.md.");
 }
 
 TEST(BlockingDiagnostics, NotesFoldWhenTheyDifferOnlyInWhatTheyQuote) {
