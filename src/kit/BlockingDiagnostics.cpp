@@ -102,7 +102,7 @@ std::vector<Blocking::Unperformable> unperformableSteps(const std::vector<Blocki
   for (const auto& step : steps) {
     if (const auto* open = step.kind.as<Blocking::Kind::Open>()) {
       if (!isAddress(open->target))
-        out.push_back({step.sourceLine, step.raw, "'" + open->target + "' is not an address this Mac can open"});
+        out.push_back({step.sourceLine, step.raw, "'" + open->target + "' is not an address this computer can open"});
     } else if (const auto* key = step.kind.as<Blocking::Kind::Key>()) {
       if (auto why = Keys::refusal(key->combo)) out.push_back({step.sourceLine, step.raw, std::move(*why)});
     }

@@ -150,7 +150,7 @@ std::optional<std::string> refusal(std::string_view text) {
   }
   const std::string last = clean(parts.back());
   if (!code(last))
-    return quoted(last) + " is not a key this Mac can press. Try: " + joined(hint());
+    return quoted(last) + " is not a key this computer can press. Try: " + joined(hint());
   return std::nullopt;
 }
 

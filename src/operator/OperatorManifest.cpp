@@ -138,7 +138,7 @@ std::vector<VerbSpec> makeTable() {
      {},
      true},
     {"project.trash", "library",
-     "Move a project and every recording in it to the macOS Trash, where Finder can put it back. Refused "
+     "Move a project and every recording in it to the desktop's Trash, where a file manager can put it back. Refused "
      "while a recording from it is open in the editor.",
      {
       {"name", true,
@@ -234,7 +234,7 @@ std::vector<VerbSpec> makeTable() {
        "Comma-separated line ids."}},
      true},
     {"drop", "production",
-     "What the Dock icon does with a path. A production opens, a project scopes the Library, video, audio "
+     "What dropping a path on the studio does. A production opens, a project scopes the Library, video, audio "
      "and stills go through the import router, and anything else is named back to you.",
      {
       {"path", true,
@@ -306,7 +306,7 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"camera", "record",
      "Point ScreenCaptureKit at Tavorin's own window and wait three seconds for one frame. `proven` means "
-     "the camera works right now. `blocked` means macOS is holding its periodic screen-capture "
+     "the camera works right now. `blocked` means the system is holding its periodic screen-capture "
      "confirmation and a person has to answer it; every `record` refuses until they do. This is the same "
      "check the permissions sheet runs and the same one a roll runs first.",
      {},
@@ -386,12 +386,12 @@ std::vector<VerbSpec> makeTable() {
      {},
      true},
     {"capture", "record",
-     "What a take records: the app it films, the frame rate, and whether the Mac's own sound goes in. "
+     "What a take records: the app it films, the frame rate, and whether the computer's own sound goes in. "
      "Sound is muted unless you say otherwise, which is what every take before this recorded. Unmuted, the "
      "next take carries an audio track and the export mixes it under the voice.",
      {
       {"audio", false,
-       "audio=1 records the Mac's sound; audio=0 mutes it."},
+       "audio=1 records the computer's sound; audio=0 mutes it."},
       {"app", false,
        "app=<name> films that app's largest window; any running app with a window."}},
      true},
@@ -929,7 +929,7 @@ std::vector<VerbSpec> makeTable() {
      "Shows phase, progress (0–1 from ffmpeg), output path, any skipped sections, the size the next run "
      "would write, what the next run is estimated to cost in seconds and in bytes, and the exact ffmpeg "
      "command the last run was given. A GIF is two commands, and `passes` holds both. `estimate.learned` "
-     "says whether the clock is this Mac's measured speed at this height or the conservative constant it "
+     "says whether the clock is this computer's measured speed at this height or the conservative constant it "
      "starts from.",
      {},
      false},
@@ -958,7 +958,7 @@ std::vector<VerbSpec> makeTable() {
        "An mp4. Defaults to the last export."}},
      true},
     {"youtube", "export",
-     "The YouTube account on this Mac: whether a client file and a token are here, the channel the token "
+     "The YouTube account on this computer: whether a client file and a token are here, the channel the token "
      "speaks for, the scopes it asks for, and what a new upload defaults to. An account is not a "
      "permission, so it never appears in the permissions ritual's rows.",
      {},
@@ -998,7 +998,7 @@ std::vector<VerbSpec> makeTable() {
        "open=1 opens, open=0 closes."}},
      true},
     {"voice", "cast",
-     "What the voice engines can do on this Mac: both of them, which one this production uses, the rung "
+     "What the voice engines can do on this computer: both of them, which one this production uses, the rung "
      "this app is standing on, how the cast was read, and whether renders are offered at all.",
      {},
      false},

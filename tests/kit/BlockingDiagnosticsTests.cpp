@@ -109,10 +109,10 @@ TEST(BlockingDiagnostics, StepsTheRunnerCannotPerform) {
   const auto refused = Blocking::unperformable(
       "open \"https://halden.example:8080/home?q=1\"\nopen \"the demo page\"\nopen \"\"\nkey cmd+\nkey shift+tab");
   ASSERT_EQ(refused.size(), 3u);
-  EXPECT_EQ(refused[0].why, "'the demo page' is not an address this Mac can open");
-  EXPECT_EQ(refused[1].why, "'' is not an address this Mac can open");
+  EXPECT_EQ(refused[0].why, "'the demo page' is not an address this computer can open");
+  EXPECT_EQ(refused[1].why, "'' is not an address this computer can open");
   EXPECT_EQ(refused[2].sentence(),
-            "line 4, `key cmd+` \u2014 'cmd' is not a key this Mac can press. Try: a-z, 0-9, return, tab, space, "
+            "line 4, `key cmd+` \u2014 'cmd' is not a key this computer can press. Try: a-z, 0-9, return, tab, space, "
             "delete, escape, left, right, up, down, bracketleft, bracketright");
 
   const auto found = warnings("\n\nkey cmd+cmd+a", production({}));

@@ -234,7 +234,7 @@ TEST(Keys, CombinationsAndRefusals) {
   EXPECT_EQ(Keys::refusal(" \t"), "`key` needs a key to press");
   EXPECT_EQ(Keys::refusal("hyper+a"), "'hyper' is not a modifier. Try: cmd, shift, alt, ctrl");
   EXPECT_EQ(Keys::refusal("cmd+"),
-            "'cmd' is not a key this Mac can press. Try: a-z, 0-9, return, tab, space, delete, escape, left, "
+            "'cmd' is not a key this computer can press. Try: a-z, 0-9, return, tab, space, delete, escape, left, "
             "right, up, down, bracketleft, bracketright");
   EXPECT_FALSE(Keys::refusal("cmd+shift+p"));
 
