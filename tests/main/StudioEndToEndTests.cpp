@@ -12,6 +12,8 @@
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
 
+#include <sstream>
+
 using namespace tavorin;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -151,4 +153,56 @@ TEST_F(StudioEndToEnd, QuitAnswersAndThenTheConnectionEnds) {
   EXPECT_EQ(n, 0);  // the peer closed: the connection ended after the answer
   EXPECT_EQ(answer, "{\"data\":{\"quitting\":true},\"ok\":true}\n");
   EXPECT_EQ(test::waitFor(app.pid, 5s), 0);
+}
+
+TEST_F(StudioEndToEnd, TheDemoStageScriptThroughTavorinctl) {
+  // A first launch seeded the demo; open it.
+  ok({"project.open", "name=demo"});
+  ok({"recording.open", "slug=halden-demo"});
+  const fs::path stage = dir / "root/demo/recordings/halden-demo/blocking.stage";
+  const std::string original = test::readFile(stage);
+  EXPECT_EQ(str(ok({"blocking"}), "text"), original);
+
+  // A script with an unknown step and an anchor to a line that isn't there.
+  const JSONValue set = ok({"blocking.set", "text=open \"https://halden.example\"\nwith l99:\n    click 1 2\nfrobnicate 3\n"});
+  std::vector<std::string> warnings;
+  for (const auto& w : *set["warnings"]->arrayValue()) warnings.push_back(*w["message"]->stringValue());
+  EXPECT_EQ(warnings, (std::vector<std::string>{
+                          "No line l99 in this production — this step has nothing to hang off, so it will run in "
+                          "sequence instead.",
+                          "Not a step this grammar knows, so it will be skipped. The steps are listed in "
+                          "docs/stage-script.md."}));
+  ok({"undo"});
+  EXPECT_EQ(str(ok({"blocking"}), "text"), original);
+
+  // Move the cue that clicks Add; only its block's offset changes on disk.
+  int id = 0;
+  double time = 0;
+  const JSONValue cues = ok({"blocking.cues"});
+  for (const auto& cue : *cues["cues"]->arrayValue())
+    if (cue["raw"]->stringValue()->rfind("click 1736 88", 0) == 0) {
+      id = static_cast<int>(*cue["id"]->intValue());
+      time = *cue["time"]->doubleValue();
+    }
+  ASSERT_GT(id, 0);
+  char to[32];
+  std::snprintf(to, sizeof to, "%.2f", time + 0.5);
+  ok({"cue.move", "id=" + std::to_string(id), std::string("to=") + to});
+  ok({"blocking.save"});
+  const std::string moved = test::readFile(stage);
+  std::istringstream a(original), b(moved);
+  std::string la, lb;
+  int differing = 0;
+  while (std::getline(a, la) && std::getline(b, lb)) {
+    if (la == lb) continue;
+    ++differing;
+    EXPECT_EQ(la, "    with l3 offset 1.2:");
+    EXPECT_EQ(lb, "    with l3 offset 1.7:");
+  }
+  EXPECT_EQ(differing, 1);
+  EXPECT_EQ(original.size(), moved.size());
+
+  // And undo puts the script back.
+  ok({"undo"});
+  EXPECT_EQ(str(ok({"blocking"}), "text"), original);
 }
