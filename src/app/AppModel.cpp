@@ -144,42 +144,34 @@ std::string depthNote(std::size_t left) {
 }
 }  // namespace
 
-std::vector<std::string> AppModel::undo() {
+// Takes one step of history back (or forward) and lands it; the ids that arrived.
+std::vector<std::string> AppModel::walkHistory(bool back) {
   if (isReadOnly()) throw Failure::readOnly();
   if (!stored_) throw Failure::noProduction();
   const HistoryStep current{"", *stored_, storedBlocking_};
-  auto step = history_.stepBack(current);
-  if (!step) throw Failure::nothingToUndo();
+  auto step = back ? history_.stepBack(current) : history_.stepForward(current);
+  if (!step) throw back ? Failure::nothingToUndo() : Failure::nothingToRedo();
   const auto before = idsOf(*stored_);
   std::vector<std::string> arrived;
   for (const auto& id : idsOf(step->rec))
     if (!before.count(id)) arrived.push_back(id);
   land(*step);
-  if (!arrived.empty()) selection_ = arrived;
-  else {
-    // Ids that went away with the undo can no longer stand selected.
-    const auto now = idsOf(*stored_);
+  const auto now = idsOf(*stored_);
+  if (back && !arrived.empty()) {
+    selection_ = arrived;  // what came back is what the user sees selected
+  } else if (back) {
     std::erase_if(selection_, [&](const std::string& id) { return !now.count(id); });
+  } else if (now != before) {
+    selection_.clear();
   }
-  note("undid " + (step->what.empty() ? std::string("an edit") : step->what) + depthNote(history_.past.size()));
+  const std::string what = step->what.empty() ? std::string("the edit") : step->what;
+  note(back ? "undid " + what + depthNote(history_.past.size()) : what + " again");
   return arrived;
 }
 
-std::vector<std::string> AppModel::redo() {
-  if (isReadOnly()) throw Failure::readOnly();
-  if (!stored_) throw Failure::noProduction();
-  const HistoryStep current{"", *stored_, storedBlocking_};
-  auto step = history_.stepForward(current);
-  if (!step) throw Failure::nothingToRedo();
-  const auto before = idsOf(*stored_);
-  std::vector<std::string> arrived;
-  for (const auto& id : idsOf(step->rec))
-    if (!before.count(id)) arrived.push_back(id);
-  land(*step);
-  if (idsOf(*stored_) != before) selection_.clear();
-  note((step->what.empty() ? std::string("the edit") : step->what) + " again");
-  return arrived;
-}
+std::vector<std::string> AppModel::undo() { return walkHistory(true); }
+
+std::vector<std::string> AppModel::redo() { return walkHistory(false); }
 
 // ---- Selection -----------------------------------------------------------------
 

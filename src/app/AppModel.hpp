@@ -190,6 +190,7 @@ class AppModel {
     AppModel& m_;
   };
   void noteChange(const Recording& before, const std::string& blockingBefore);
+  std::vector<std::string> walkHistory(bool back);
   void openTurn();
   void loadBlocking(const std::filesystem::path& dir, const Recording& rec);
   void loadVariants(const std::filesystem::path& dir, const Recording& rec);

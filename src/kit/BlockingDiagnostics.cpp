@@ -4,11 +4,14 @@
 #include <cmath>
 #include <unordered_set>
 
+#include "kit/BlockingText.hpp"
 #include "kit/Blocking.hpp"
 #include "kit/Keys.hpp"
 #include "kit/Schedule.hpp"
 
 namespace tavorin {
+
+using BlockingText::joined;
 
 namespace {
 
@@ -17,14 +20,6 @@ using Severity = BlockingDiagnostic::Severity;
 const std::vector<std::string> modelNames{"sonnet", "opus", "haiku", "fable"};
 const std::vector<std::string> effortNames{"low", "medium", "high"};
 
-std::string joined(const std::vector<std::string>& list) {
-  std::string out;
-  for (const auto& item : list) {
-    if (!out.empty()) out += ", ";
-    out += item;
-  }
-  return out;
-}
 
 bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }

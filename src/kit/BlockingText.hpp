@@ -1,10 +1,21 @@
 #pragma once
 #include <optional>
 #include <string_view>
+#include <string>
 #include <vector>
 
 // Small text helpers shared by the script's reader, lexer and rewriter.
 namespace tavorin::BlockingText {
+
+// "a, b, c": how the refusals list what would have been understood.
+inline std::string joined(const std::vector<std::string>& list) {
+  std::string out;
+  for (const auto& item : list) {
+    if (!out.empty()) out += ", ";
+    out += item;
+  }
+  return out;
+}
 
 inline bool isWhitespace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';

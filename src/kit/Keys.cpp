@@ -4,7 +4,11 @@
 #include <array>
 #include <utility>
 
+#include "kit/BlockingText.hpp"
+
 namespace tavorin {
+
+using BlockingText::joined;
 
 namespace {
 
@@ -69,14 +73,6 @@ std::string quoted(std::string_view text) {
   return out;
 }
 
-std::string joined(const std::vector<std::string>& list) {
-  std::string out;
-  for (const auto& item : list) {
-    if (!out.empty()) out += ", ";
-    out += item;
-  }
-  return out;
-}
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include "kit/RecordingStore.hpp"
 
 using namespace tavorin;
+using test::refusal;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
@@ -44,14 +45,6 @@ class AppModelBlockingTest : public ::testing::Test {
     for (const auto& c : model.cues())
       if (c.id == id) return c;
     throw std::runtime_error("no cue");
-  }
-  std::string refusal(const std::function<void()>& f) {
-    try {
-      f();
-    } catch (const std::exception& e) {
-      return e.what();
-    }
-    return "";
   }
 
   test::TempDir tmp;

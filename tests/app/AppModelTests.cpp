@@ -7,6 +7,7 @@
 #include "kit/RecordingStore.hpp"
 
 using namespace tavorin;
+using test::refusal;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
@@ -37,14 +38,6 @@ class AppModelTest : public ::testing::Test {
     RecordingStore(dir).saveNewVersion(sample(), std::chrono::system_clock::now());
     model.open(dir);
     actor.drain();
-  }
-  std::string refusal(const std::function<void()>& f) {
-    try {
-      f();
-    } catch (const std::exception& e) {
-      return e.what();
-    }
-    return "";
   }
   // Ends the present turn, as the actor coming round again does.
   void nextTurn() { actor.drain(); }

@@ -9,6 +9,7 @@
 #include "platform/FreedesktopTrash.hpp"
 
 using namespace tavorin;
+using test::refusal;
 namespace fs = std::filesystem;
 
 namespace {
@@ -56,14 +57,6 @@ class AppStoreTest : public ::testing::Test {
     support.emplace("TAVORIN_SUPPORT", (tmp / "support").string());
   }
   void TearDown() override { Scope::resetForTesting(); }
-  std::string refusal(const std::function<void()>& f) {
-    try {
-      f();
-    } catch (const std::exception& e) {
-      return e.what();
-    }
-    return "";
-  }
   test::TempDir tmp;
   std::optional<test::ScopedEnv> scripting, support;
 };

@@ -5,17 +5,10 @@
 #include "app/OperatorArgs.hpp"
 
 using namespace tavorin;
+using test::refusal;
 
 namespace {
 OperatorCommand cmd(std::map<std::string, std::string> args) { return OperatorCommand{"verb", std::move(args)}; }
-std::string refusal(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "";
-}
 }  // namespace
 
 TEST(OperatorArgs, NumbersComeFromTheWholeTextWithoutSpaces) {

@@ -7,6 +7,7 @@
 #include "kit/Slug.hpp"
 
 using namespace tavorin;
+using test::refusal;
 using namespace std::chrono;
 using testing::ElementsAre;
 namespace fs = std::filesystem;
@@ -30,15 +31,6 @@ fs::path production(const Project& project, const std::string& slug, const std::
   return project.recordingsDir() / slug;
 }
 
-template <class F>
-std::string refusal(F&& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "(no refusal)";
-}
 
 // A trash of the test's own: a folder, or a failure when asked to fail.
 struct FolderTrash : Trash {

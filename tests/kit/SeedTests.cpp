@@ -7,6 +7,7 @@
 #include "kit/Seed.hpp"
 
 using namespace tavorin;
+using test::refusal;
 using namespace std::chrono;
 namespace fs = std::filesystem;
 
@@ -14,15 +15,6 @@ namespace {
 
 const Clock::time_point morning = sys_days{2026y / 2 / 16} + 9h + 45min + 1s;
 
-template <class F>
-std::string refusal(F&& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "(no refusal)";
-}
 
 // A small stand-in for the demo fixture: a production with a version, a script and audio.
 fs::path fixture(const fs::path& at) {

@@ -32,6 +32,15 @@ ScopedEnv::~ScopedEnv() {
   else unsetenv(name_.c_str());
 }
 
+std::string refusal(const std::function<void()>& act) {
+  try {
+    act();
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "(no refusal)";
+}
+
 std::string readFile(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + file.string());

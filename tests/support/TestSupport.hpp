@@ -1,5 +1,6 @@
 #pragma once
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -31,6 +32,9 @@ class ScopedEnv {
   std::string name_;
   std::optional<std::string> old_;
 };
+
+// What the act refused with: its exception's sentence, or "(no refusal)".
+std::string refusal(const std::function<void()>& act);
 
 std::string readFile(const std::filesystem::path& file);
 void writeFile(const std::filesystem::path& file, const std::string& text);
