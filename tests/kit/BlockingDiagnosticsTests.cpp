@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "kit/TestProductions.hpp"
 #include "kit/Blocking.hpp"
 
 using namespace tavorin;
@@ -7,16 +8,7 @@ using Severity = BlockingDiagnostic::Severity;
 
 namespace {
 
-Recording production(std::vector<std::pair<std::string, double>> lines) {
-  Recording recording("p", "P");
-  for (auto& [id, start] : lines) {
-    TimelineItem item(id, ItemType::line);
-    item.start = start;
-    item.duration = 2;
-    recording.timeline.push_back(item);
-  }
-  return recording;
-}
+using test::production;
 
 std::vector<BlockingDiagnostic> warnings(std::string_view script, const Recording& recording) {
   std::vector<BlockingDiagnostic> out;

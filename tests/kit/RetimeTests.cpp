@@ -1,21 +1,13 @@
 #include <gtest/gtest.h>
 
+#include "kit/TestProductions.hpp"
 #include "kit/Retime.hpp"
 
 using namespace tavorin;
 
 namespace {
 
-Recording production(std::vector<std::pair<std::string, double>> lines) {
-  Recording recording("p", "P");
-  for (auto& [id, start] : lines) {
-    TimelineItem item(id, ItemType::line);
-    item.start = start;
-    item.duration = 2;
-    recording.timeline.push_back(item);
-  }
-  return recording;
-}
+using test::production;
 
 }  // namespace
 
