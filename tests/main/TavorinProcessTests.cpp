@@ -65,8 +65,13 @@ TEST_F(TavorinProcess, StartsAnswersAndQuitsCleanly) {
   const auto started = std::chrono::steady_clock::now();
   launch();
   ASSERT_TRUE(waitForFile(control_, 5000ms)) << test::readFile(app_.err);
-  // Up in well under a second, even on a loaded two-core machine.
+  // Up in well under a second, even on a loaded two-core machine. A sanitizer
+  // build runs several times slower, so it is held only to not hanging.
+#ifdef __SANITIZE_ADDRESS__
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 5000ms);
+#else
   EXPECT_LT(std::chrono::steady_clock::now() - started, 1000ms);
+#endif
   EXPECT_TRUE(fs::is_directory(dir_ / "root"));
 
   const auto control = OperatorControlFile::read(control_);
