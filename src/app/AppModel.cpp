@@ -34,7 +34,8 @@ void AppModel::setRecording(Recording next) {
   std::optional<Recording> before = std::move(stored_);
   stored_ = std::move(next);
   if (before) noteChange(*before, storedBlocking_);
-  compileBlocking();
+  // A held change (a load, a restore, a landing) compiles once when it is complete.
+  if (held_ == 0) compileBlocking();
   settle();
 }
 
@@ -43,7 +44,7 @@ void AppModel::setBlocking(std::string text) {
   std::string before = std::move(storedBlocking_);
   storedBlocking_ = std::move(text);
   if (stored_) noteChange(*stored_, before);
-  compileBlocking();
+  if (held_ == 0) compileBlocking();
   settle();
 }
 
@@ -122,11 +123,11 @@ void AppModel::land(const HistoryStep& step) {
   {
     Hold hold(*this);
     storedBlocking_ = step.blocking;
-    compileBlocking();
     settle();
     setRecording(step.rec);
     settle();
   }
+  compileBlocking();
   scheduleDraft();
 }
 

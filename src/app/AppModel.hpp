@@ -81,7 +81,6 @@ class AppModel {
   void scheduleDraft();
   // Writes a waiting draft now; runs before any act that leaves the production.
   void flushDraft();
-  bool draftPending() const { return draftWork_ != nullptr; }
   // Writes blocking.stage atomically when the script differs from the file.
   void saveBlocking();
 

@@ -12,19 +12,13 @@ namespace tavorin {
 
 namespace {
 
-// Starts that the system writes are rounded to hundredths.
-double hundredths(double v) { return std::round(v * 100) / 100; }
-
 double numberFor(const std::string& field, const std::string& value) {
   if (auto v = OperatorArgs::parseNumber(value)) return *v;
   throw AppModelFailure::badValue(field, value);
 }
 
 bool truthFor(const std::string& field, const std::string& value) {
-  std::string v = value;
-  std::transform(v.begin(), v.end(), v.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  if (v == "1" || v == "true" || v == "yes" || v == "on") return true;
-  if (v == "0" || v == "false" || v == "no" || v == "off") return false;
+  if (auto v = OperatorArgs::parseSwitch(value)) return *v;
   throw AppModelFailure::badChoice(value, "value for " + field, "1 or 0");
 }
 
@@ -100,7 +94,7 @@ void AppModel::editItem(const std::string& id, const std::string& field, const s
     item.note = textOrNothing(value);
   } else if (field == "start") {
     if (value.empty()) item.start.reset();
-    else item.start = hundredths(std::max(0.0, numberFor(field, value)));
+    else item.start = Schedule::hundredths(std::max(0.0, numberFor(field, value)));
   } else if (field == "rate") {
     if (item.type != ItemType::line) throw Failure::cannotUse(id + " is not a line, so it has no rate");
     if (value.empty()) item.rate.reset();

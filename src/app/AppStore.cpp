@@ -1,5 +1,7 @@
 #include "app/AppStore.hpp"
 
+#include <sstream>
+
 #include "app/ImportRouter.hpp"
 #include "app/Scope.hpp"
 #include "kit/Trash.hpp"
@@ -27,9 +29,6 @@ std::optional<Page> pageNamed(std::string_view w) {
 
 AppStore::Failure AppStore::Failure::noSuchRoute(const std::string& name) {
   return Failure("no route '" + name + "'. Try: script, edit, library[:project], shoot, export");
-}
-AppStore::Failure AppStore::Failure::noSuchMode(const std::string& name) {
-  return Failure("no page '" + name + "'. Try: script, edit, library");
 }
 AppStore::Failure AppStore::Failure::nothingToEdit() { return Failure("nothing to edit — open a production first"); }
 
@@ -101,17 +100,15 @@ AppStore::Landing AppStore::accept(const fs::path& url) {
   landed = true;
   switch (landing.target.kind) {
     case LaunchTarget::Kind::root:
-      libraryScope_.reset();
       refresh();
       go(Route::of(Page::library));
       landing.accepted = true;
       break;
     case LaunchTarget::Kind::project: {
-      libraryScope_.reset();
+      // A known project, or one outside the productions folder taken as it is.
+      currentProject_ = Project(landing.target.url);
       for (const auto& p : projects_)
-        if (standardized(p.dir) == landing.target.url) libraryScope_ = p;
-      if (!libraryScope_) libraryScope_ = Project(landing.target.url);
-      currentProject_ = libraryScope_;
+        if (standardized(p.dir) == landing.target.url) currentProject_ = p;
       refresh();
       go(Route::of(Page::library));
       landing.accepted = true;
@@ -161,11 +158,6 @@ void AppStore::remember() {
   } catch (const std::exception&) {
     // The session file is a convenience; failing to write it never blocks a page.
   }
-}
-
-void AppStore::setPage(Page page) {
-  if (page != Page::library && !production_.isOpen()) return;
-  go(Route::of(page));
 }
 
 void AppStore::navigate(const std::string& to) {
@@ -270,9 +262,11 @@ void AppStore::beginShoot() {
 void AppStore::openExportSheet(bool forYouTube) {
   if (!production_.isOpen()) return;
   showingExportSheet = true;
-  // There is no footage in this build, so the sheet never arms for YouTube.
+  // Arming for YouTube needs footage to send, and this build films none: the sheet
+  // comes up unarmed either way.
+  (void)forYouTube;
   exportSheetArmed = false;
-  production_.note(forYouTube && exportSheetArmed ? "export sheet up, armed for YouTube" : "export sheet up");
+  production_.note("export sheet up");
 }
 
 void AppStore::exportToYouTube() { openExportSheet(true); }
@@ -294,11 +288,6 @@ bool AppStore::endFlow() {
     return true;
   }
   return false;
-}
-
-void AppStore::toggleVersionMenu() {
-  if (!production_.isOpen()) return;
-  showingVersionMenu = !showingVersionMenu;
 }
 
 void AppStore::openVersionMenu() {
@@ -326,7 +315,6 @@ Project AppStore::createProject(const std::string& name) {
 Project AppStore::openProject(const std::string& name) {
   Project p = library_.project(name);
   currentProject_ = p;
-  libraryScope_ = p;
   refresh();
   remember();
   production_.note("open project " + p.name());
@@ -345,7 +333,6 @@ Project AppStore::duplicateCurrentProject() {
 fs::path AppStore::trashProject(const std::string& name) {
   const auto where = library_.trash(name, trash_, production_.baseDir());
   if (currentProject_ && currentProject_->name() == name) currentProject_.reset();
-  if (libraryScope_ && libraryScope_->name() == name) libraryScope_.reset();
   refresh();
   remember();
   production_.note("trash project " + name);
@@ -388,7 +375,6 @@ Seed::Result AppStore::newBlankRecording(const std::string& title) {
   Seed::Result result = Seed::recording(project, Seed::slug(title), title, std::nullopt, std::nullopt,
                                         production_.actor().wallNow());
   openProduction(result.dir);
-  refresh();
   go(Route::of(Page::script));
   production_.note("new recording " + result.slug);
   return result;
@@ -399,15 +385,13 @@ Seed::Result AppStore::newRecording(const std::optional<std::string>& title, con
   // The slug comes from the title, else from the first words of the request.
   std::string base = title.value_or("");
   if (base.empty()) {
-    std::size_t words = 0, i = 0;
-    for (; i < prompt.size() && words < 6; ++i)
-      if (prompt[i] == ' ' && i > 0 && prompt[i - 1] != ' ') ++words;
-    base = prompt.substr(0, words < 6 ? prompt.size() : i - 1);
+    std::istringstream words(prompt);
+    std::string word;
+    for (int n = 0; n < 6 && words >> word; ++n) base += (n ? " " : "") + word;
   }
   Seed::Result result =
       Seed::recording(project, Seed::slug(base), title, prompt, std::string("claude-code"), production_.actor().wallNow());
   openProduction(result.dir);
-  refresh();
   go(Route::of(Page::script));
   production_.note("new recording " + result.slug + " from a prompt");
   return result;

@@ -35,7 +35,6 @@ class AppStore {
   struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
     static Failure noSuchRoute(const std::string& name);
-    static Failure noSuchMode(const std::string& name);
     static Failure nothingToEdit();
   };
 
@@ -66,7 +65,6 @@ class AppStore {
   const std::optional<Project>& currentProject() const { return currentProject_; }
   const std::vector<RecordingSummary>& summaries() const { return summaries_; }
   const std::vector<Project::TrashedRecording>& trashed() const { return trashed_; }
-  const std::optional<Project>& libraryScope() const { return libraryScope_; }
 
   bool showingSlate = false;
   bool showingVersionMenu = false;
@@ -86,8 +84,6 @@ class AppStore {
 
   // ---- Pages ---------------------------------------------------------------------
   void go(Route route);
-  // library always goes; script and edit only while a production is open.
-  void setPage(Page page);
   // The nav verb's grammar.
   void navigate(const std::string& to);
   void refresh();
@@ -101,7 +97,6 @@ class AppStore {
   void dismissExportSheet();
   // Closes what stands over the page; true when something was closed.
   bool endFlow();
-  void toggleVersionMenu();
   void openVersionMenu();
   void dismissVersionMenu();
 
@@ -132,7 +127,6 @@ class AppStore {
   std::optional<Project> currentProject_;
   std::vector<RecordingSummary> summaries_;
   std::vector<Project::TrashedRecording> trashed_;
-  std::optional<Project> libraryScope_;
 };
 
 }  // namespace tavorin

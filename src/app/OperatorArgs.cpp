@@ -79,12 +79,17 @@ std::vector<std::string> OperatorArgs::idList(const std::string& name) const {
   return ids;
 }
 
+std::optional<bool> OperatorArgs::parseSwitch(const std::string& text) {
+  const auto v = lower(trimmed(text));
+  if (v == "1" || v == "true" || v == "yes" || v == "on") return true;
+  if (v == "0" || v == "false" || v == "no" || v == "off") return false;
+  return std::nullopt;
+}
+
 std::optional<bool> OperatorArgs::flag(const std::string& name) const {
   auto t = text(name);
   if (!t) return std::nullopt;
-  const auto v = lower(trimmed(*t));
-  if (v == "1" || v == "true" || v == "yes" || v == "on") return true;
-  if (v == "0" || v == "false" || v == "no" || v == "off") return false;
+  if (auto v = parseSwitch(*t)) return v;
   throw AppModelFailure::badChoice(*t, "switch for " + name, "1 or 0");
 }
 

@@ -32,6 +32,8 @@ class OperatorArgs {
 
   static std::optional<double> parseNumber(const std::string& text);
   static std::optional<long long> parseInteger(const std::string& text);
+  // "1", true, yes, on / "0", false, no, off, in any case; nothing for other words.
+  static std::optional<bool> parseSwitch(const std::string& text);
 
  private:
   const OperatorCommand& command_;

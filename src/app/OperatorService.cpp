@@ -8,6 +8,7 @@
 
 #include "app/AppStore.hpp"
 #include "app/OperatorArgs.hpp"
+#include "kit/RecordingStore.hpp"
 #include "operator/BuildStamp.hpp"
 #include "operator/OperatorManifest.hpp"
 
@@ -82,21 +83,11 @@ JSONValue Reports::item(const Recording& rec, const TimelineItem& i) {
 
 // ---- Reports ------------------------------------------------------------------------
 
-namespace {
-std::string isoDate(std::time_t t) {
-  std::tm tm{};
-  gmtime_r(&t, &tm);
-  char buf[32];
-  std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
-  return buf;
-}
-}  // namespace
-
 JSONValue OperatorService::buildReport() const {
   const fs::path exe = BuildStamp::currentExecutable();
   JSONValue modified;
   struct stat st {};
-  if (!exe.empty() && ::stat(exe.c_str(), &st) == 0) modified = JSONValue(isoDate(st.st_mtime));
+  if (!exe.empty() && ::stat(exe.c_str(), &st) == 0) modified = JSONValue(RecordingStore::isoDate(std::chrono::system_clock::from_time_t(st.st_mtime)));
   const bool bundled = exe.empty() || !BuildStamp::checkoutRoot(exe).has_value();
   return JSONValue::object({{"version", TAVORIN_VERSION}, {"modified", modified}, {"bundled", bundled}});
 }

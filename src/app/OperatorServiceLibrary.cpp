@@ -4,19 +4,11 @@
 #include "app/AppStore.hpp"
 #include "app/OperatorArgs.hpp"
 #include "app/OperatorService.hpp"
+#include "kit/RecordingStore.hpp"
 
 namespace tavorin {
 
 namespace {
-
-std::string isoDate(std::chrono::system_clock::time_point t) {
-  const std::time_t s = std::chrono::system_clock::to_time_t(t);
-  std::tm tm{};
-  gmtime_r(&s, &tm);
-  char buf[32];
-  std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
-  return buf;
-}
 
 JSONValue summaryJSON(const RecordingSummary& s) {
   return JSONValue::object({{"slug", s.slug},
@@ -29,7 +21,7 @@ JSONValue summaryJSON(const RecordingSummary& s) {
                             {"agent", Reports::text(s.agent)},
                             {"sessionId", Reports::text(s.sessionId)},
                             {"head", s.head},
-                            {"touched", isoDate(s.touched)},
+                            {"touched", RecordingStore::isoDate(s.touched)},
                             {"dir", s.dir.string()}});
 }
 

@@ -24,12 +24,6 @@ std::string word(Toast::Kind k) {
   return "voice";
 }
 
-std::optional<Toast::Kind> toastKindNamed(std::string_view w) {
-  for (auto k : {Toast::Kind::voice, Toast::Kind::export_, Toast::Kind::upload, Toast::Kind::failure})
-    if (word(k) == w) return k;
-  return std::nullopt;
-}
-
 double ToastCenter::secondsLeft(const Toast& t) const {
   if (!t.hasClock()) return 0;
   if (t.deadline == farFuture) return t.remaining;

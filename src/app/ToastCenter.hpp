@@ -22,7 +22,6 @@ struct Toast {
 };
 
 std::string word(Toast::Kind);
-std::optional<Toast::Kind> toastKindNamed(std::string_view);
 
 // The stack of toasts, newest first. Clocked toasts last six seconds unless the
 // pointer holds them; failure toasts stand until dismissed.
