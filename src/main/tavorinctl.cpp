@@ -85,7 +85,7 @@ std::string wrap(std::string_view text, std::size_t columns, const std::string& 
 }
 
 int printHelp(const std::string& name) {
-  const VerbSpec* verb = OperatorManifest::spec(name);
+  const VerbSpec* verb = OperatorManifest::find(name);
   if (!verb) {
     std::cerr << "no verb '" << name << "'. Try: tavorinctl verbs\n";
     return 2;

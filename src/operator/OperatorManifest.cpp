@@ -1483,7 +1483,7 @@ const std::set<std::string>& OperatorManifest::verbNames() {
   return names;
 }
 
-const VerbSpec* OperatorManifest::spec(std::string_view name) {
+const VerbSpec* OperatorManifest::find(std::string_view name) {
   for (const auto& v : verbs())
     if (v.name == name) return &v;
   return nullptr;

@@ -44,7 +44,7 @@ namespace OperatorManifest {
 const std::vector<VerbSpec>& verbs();
 const std::set<std::string>& verbNames();
 // The first row with exactly this name (no case folding), or nullptr.
-const VerbSpec* spec(std::string_view name);
+const VerbSpec* find(std::string_view name);
 // Each group once, in the order it first appears in verbs().
 const std::vector<std::string>& groups();
 // The whole list as a JSON array of verbs.

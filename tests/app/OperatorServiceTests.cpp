@@ -25,13 +25,13 @@ void PrintTo(const JSONValue& v, std::ostream* os) { *os << v.encode(); }
 namespace {
 
 // Groups and verbs whose part of the studio comes with later work.
-bool laterWork(const VerbSpec& spec) {
+bool laterWork(const VerbSpec& verb) {
   static const std::set<std::string> groups{"run",  "record", "system",   "music",    "export",
                                             "cast", "render", "timeline", "transport"};
   static const std::set<std::string> built{"jog", "snapping"};
   static const std::set<std::string> verbs{"lines",          "lines.glue", "line.split", "lines.merge",
                                            "lines.together", "lines.alone", "revise",    "revise.status"};
-  return (groups.count(spec.group) && !built.count(spec.name)) || verbs.count(spec.name);
+  return (groups.count(verb.group) && !built.count(verb.name)) || verbs.count(verb.name);
 }
 
 }  // namespace
@@ -97,16 +97,16 @@ class OperatorServiceTest : public ::testing::Test {
 
 TEST_F(OperatorServiceTest, EveryVerbOfTheManifestAnswersWithoutAProduction) {
   ASSERT_EQ(OperatorService::handledVerbs().size(), 190u);
-  for (const VerbSpec& spec : OperatorManifest::verbs()) {
-    if (spec.name == "quit") continue;  // it would end the walk
+  for (const VerbSpec& row : OperatorManifest::verbs()) {
+    if (row.name == "quit") continue;  // it would end the walk
     OperatorResult r;
-    ASSERT_NO_THROW(r = call(spec.name)) << spec.name;
+    ASSERT_NO_THROW(r = call(row.name)) << row.name;
     const std::string error = r.error.value_or("");
-    if (laterWork(spec)) {
-      EXPECT_EQ(error, "unhandled verb '" + spec.name + "'") << spec.name;
+    if (laterWork(row)) {
+      EXPECT_EQ(error, "unhandled verb '" + row.name + "'") << row.name;
     } else {
-      EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << spec.name << ": " << error;
-      EXPECT_TRUE(r.ok || !error.empty()) << spec.name;
+      EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << row.name << ": " << error;
+      EXPECT_TRUE(r.ok || !error.empty()) << row.name;
     }
   }
 }

@@ -10,7 +10,7 @@ using namespace tavorin;
 namespace {
 
 const VerbSpec& row(const std::string& name) {
-  const VerbSpec* v = OperatorManifest::spec(name);
+  const VerbSpec* v = OperatorManifest::find(name);
   if (!v) throw std::runtime_error("no row " + name);
   return *v;
 }
@@ -55,21 +55,21 @@ TEST(OperatorManifest, HoldsEveryVerbOnceInNineteenGroups) {
 }
 
 TEST(OperatorManifest, LooksUpExactNamesOnly) {
-  const VerbSpec* select = OperatorManifest::spec("select");
+  const VerbSpec* select = OperatorManifest::find("select");
   ASSERT_NE(select, nullptr);
   const auto& verbs = OperatorManifest::verbs();
   EXPECT_GE(select, verbs.data());
   EXPECT_LT(select, verbs.data() + verbs.size());
   EXPECT_EQ(select->name, "select");
 
-  EXPECT_EQ(OperatorManifest::spec("Select"), nullptr);
-  EXPECT_EQ(OperatorManifest::spec("PING"), nullptr);
-  EXPECT_EQ(OperatorManifest::spec("sel"), nullptr);  // no abbreviation
-  EXPECT_EQ(OperatorManifest::spec(""), nullptr);
+  EXPECT_EQ(OperatorManifest::find("Select"), nullptr);
+  EXPECT_EQ(OperatorManifest::find("PING"), nullptr);
+  EXPECT_EQ(OperatorManifest::find("sel"), nullptr);  // no abbreviation
+  EXPECT_EQ(OperatorManifest::find(""), nullptr);
   EXPECT_FALSE(OperatorManifest::verbNames().count("Status"));
 
   // Former spellings keep rows of their own so old scripts run.
-  for (const char* former : {"modes", "takes", "render.flow"}) EXPECT_NE(OperatorManifest::spec(former), nullptr);
+  for (const char* former : {"modes", "takes", "render.flow"}) EXPECT_NE(OperatorManifest::find(former), nullptr);
 }
 
 TEST(OperatorManifest, ReportsAreExactlyTheDaggeredRows) {
@@ -226,7 +226,7 @@ TEST(OperatorManifest, AgreesWithTheDispatchersRefusals) {
   const std::regex key("([a-z]+)=");
   for (const auto& text : refusals) {
     const std::string verb = text.substr(0, text.find(' '));
-    ASSERT_NE(OperatorManifest::spec(verb), nullptr) << verb;
+    ASSERT_NE(OperatorManifest::find(verb), nullptr) << verb;
     std::set<std::string> params;
     for (const auto& p : row(verb).params) params.insert(p.name);
     for (auto it = std::sregex_iterator(text.begin(), text.end(), key); it != std::sregex_iterator(); ++it)
