@@ -1,7 +1,4 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <asio/co_spawn.hpp>
@@ -9,6 +6,7 @@
 #include <asio/use_future.hpp>
 #include <thread>
 
+#include "Loopback.hpp"
 #include "TestSupport.hpp"
 #include "app/AppModel.hpp"
 #include "app/AppStore.hpp"
@@ -33,47 +31,7 @@ std::string request(const std::string& token, const std::string& verb) {
   return R"({"token":")" + token + R"(","command":{"verb":")" + verb + R"(","args":{}}})" "\n";
 }
 
-// A blocking client connection with a read time-out, so a missing answer fails
-// the test instead of hanging it.
-class Peer {
- public:
-  explicit Peer(int port) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    timeval tv{3, 0};
-    ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) throw std::runtime_error("connect");
-  }
-  ~Peer() { ::close(fd_); }
-  void write(const std::string& bytes) { ASSERT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), (ssize_t)bytes.size()); }
-  // The next line, with its line feed; empty on time-out or close.
-  std::string line() {
-    for (;;) {
-      if (auto lf = pending_.find('\n'); lf != std::string::npos) {
-        std::string l = pending_.substr(0, lf + 1);
-        pending_.erase(0, lf + 1);
-        return l;
-      }
-      char buf[65536];
-      ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
-      if (n <= 0) return {};
-      pending_.append(buf, n);
-    }
-  }
-  void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
-  // True when the server closes the connection within the time-out.
-  bool closedByPeer() {
-    char c;
-    return ::recv(fd_, &c, 1, 0) == 0;
-  }
-
- private:
-  int fd_ = -1;
-  std::string pending_;
-};
+using Peer = test::LineClient;
 
 class OperatorServerTest : public ::testing::Test {
  protected:

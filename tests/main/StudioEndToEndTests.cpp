@@ -1,11 +1,8 @@
 // Drives a running studio only through tavorinctl, as a person or an agent would.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include "Loopback.hpp"
 #include "Processes.hpp"
 #include "TestSupport.hpp"
 #include "operator/JSONValue.hpp"
@@ -135,23 +132,10 @@ TEST_F(StudioEndToEnd, AProductionsLifeThroughTavorinctl) {
 
 TEST_F(StudioEndToEnd, QuitAnswersAndThenTheConnectionEnds) {
   const auto control = OperatorControlFile::read(dir / "data/Tavorin/operator.json");
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  timeval tv{5, 0};
-  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_port = htons(static_cast<uint16_t>(control.port));
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-  const std::string line = OperatorWire::encodeLine(OperatorRequest{control.token, OperatorCommand{"quit", {}}});
-  ASSERT_EQ(::send(fd, line.data(), line.size(), 0), static_cast<ssize_t>(line.size()));
-  std::string answer;
-  char buf[4096];
-  ssize_t n;
-  while ((n = ::recv(fd, buf, sizeof buf, 0)) > 0) answer.append(buf, n);
-  ::close(fd);
-  EXPECT_EQ(n, 0);  // the peer closed: the connection ended after the answer
-  EXPECT_EQ(answer, "{\"data\":{\"quitting\":true},\"ok\":true}\n");
+  test::LineClient client(control.port);
+  client.write(OperatorWire::encodeLine(OperatorRequest{control.token, OperatorCommand{"quit", {}}}));
+  EXPECT_EQ(client.line(), "{\"data\":{\"quitting\":true},\"ok\":true}\n");
+  EXPECT_TRUE(client.closedByPeer());  // the connection ended after the answer
   EXPECT_EQ(test::waitFor(app.pid, 5s), 0);
 }
 

@@ -1,15 +1,10 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstdio>
 #include <mutex>
-#include <thread>
 
+#include "Loopback.hpp"
+#include "Processes.hpp"
 #include "TestSupport.hpp"
 #include "operator/BuildStamp.hpp"
 #include "operator/OperatorControlFile.hpp"
@@ -21,10 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The client sits beside this test's build folder: <build>/tests/X and <build>/src/main/.
-fs::path tavorinctl() {
-  return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "src/main/tavorinctl";
-}
+fs::path tavorinctl() { return test::programs() / "tavorinctl"; }
 
 struct Ran {
   int rc = -1;
@@ -34,43 +26,22 @@ struct Ran {
 // Runs tavorinctl to its end with the control file looked for under `data`.
 Ran run(const std::vector<std::string>& args, const fs::path& data = "/nonexistent") {
   test::TempDir logs;
-  std::string command = "XDG_DATA_HOME='" + data.string() + "' '" + tavorinctl().string() + "'";
-  for (const auto& a : args) command += " '" + a + "'";
-  command += " 2>'" + (logs / "err").string() + "'";
+  const auto s = test::spawn(tavorinctl(), args, {"XDG_DATA_HOME=" + data.string()}, logs.path());
   Ran ran;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return ran;
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) ran.out.append(buf, n);
-  const int status = ::pclose(pipe);
-  ran.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  ran.err = test::readFile(logs / "err");
+  ran.rc = test::waitFor(s.pid, std::chrono::seconds(10));
+  ran.out = test::readFile(s.out);
+  ran.err = test::readFile(s.err);
   return ran;
 }
 
-// A stand-in for the studio on loopback: answers `status` with the given report and
-// every other verb with ok, and remembers the verbs in the order they came.
+// A stand-in for the studio: answers `status` with the given report and every other
+// verb with ok, and remembers the verbs in the order they came.
 class FakeStudio {
  public:
-  FakeStudio(const fs::path& data, JSONValue status) : status_(std::move(status)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(listener_, 8);
-    socklen_t len = sizeof a;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);
-    const int port = ntohs(a.sin_port);
-    OperatorControlFile{1, "127.0.0.1", port, "token", static_cast<std::int32_t>(::getpid())}.write(
+  FakeStudio(const fs::path& data, JSONValue status)
+      : status_(std::move(status)), server_([this](const std::string& line) { return answer(line); }) {
+    OperatorControlFile{1, "127.0.0.1", server_.port(), "token", static_cast<std::int32_t>(::getpid())}.write(
         data / "Tavorin/operator.json");
-    thread_ = std::thread([this] { serve(); });
-  }
-  ~FakeStudio() {
-    stopping_ = true;
-    ::shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    ::close(listener_);
   }
   std::vector<std::string> verbs() {
     std::lock_guard lock(mutex_);
@@ -78,41 +49,19 @@ class FakeStudio {
   }
 
  private:
-  void serve() {
-    while (!stopping_) {
-      const int c = ::accept(listener_, nullptr, nullptr);
-      if (c < 0) return;
-      std::string in;
-      char buf[1024];
-      while (in.find('\n') == std::string::npos) {
-        const ssize_t n = ::recv(c, buf, sizeof buf, 0);
-        if (n <= 0) break;
-        in.append(buf, static_cast<std::size_t>(n));
-      }
-      std::string answer;
-      try {
-        const OperatorRequest request = OperatorWire::decodeRequest(in);
-        {
-          std::lock_guard lock(mutex_);
-          verbs_.push_back(request.command.verb);
-        }
-        answer = OperatorWire::encodeLine(request.command.verb == "status"
-                                              ? OperatorResult::success(status_)
-                                              : OperatorResult::success(JSONValue::object({{"done", true}})));
-      } catch (const std::exception&) {
-        answer = OperatorWire::encodeLine(OperatorResult::failure("malformed request (expected one JSON line)"));
-      }
-      ::send(c, answer.data(), answer.size(), MSG_NOSIGNAL);
-      ::close(c);
-    }
+  std::string answer(const std::string& line) {
+    const OperatorRequest request = OperatorWire::decodeRequest(line);
+    std::lock_guard lock(mutex_);
+    verbs_.push_back(request.command.verb);
+    return OperatorWire::encodeLine(request.command.verb == "status"
+                                        ? OperatorResult::success(status_)
+                                        : OperatorResult::success(JSONValue::object({{"done", true}})));
   }
 
   JSONValue status_;
-  int listener_ = -1;
-  std::atomic<bool> stopping_{false};
-  std::thread thread_;
   std::mutex mutex_;
   std::vector<std::string> verbs_;
+  test::LoopbackServer server_;
 };
 
 JSONValue statusBuiltAt(JSONValue modified) {

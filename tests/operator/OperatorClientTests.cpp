@@ -4,8 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <thread>
-
+#include "Loopback.hpp"
 #include "TestSupport.hpp"
 #include "operator/OperatorClient.hpp"
 #include "operator/OperatorWire.hpp"
@@ -15,46 +14,16 @@ using ClientError = OperatorClient::ClientError;
 
 namespace {
 
-// A one-connection peer on loopback that reads one line and answers with `reply`,
-// or closes early after sending it when `reply` holds no line feed.
-class FakePeer {
- public:
-  explicit FakePeer(std::string reply) : reply_(std::move(reply)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(listener_, 1);
-    socklen_t len = sizeof a;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
-    thread_ = std::thread([this] {
-      int c = ::accept(listener_, nullptr, nullptr);
-      std::string in;
-      char buf[1024];
-      while (in.find('\n') == std::string::npos) {
-        ssize_t n = ::recv(c, buf, sizeof buf, 0);
-        if (n <= 0) break;
-        in.append(buf, n);
-      }
-      received = in;
-      ::send(c, reply_.data(), reply_.size(), MSG_NOSIGNAL);
-      ::close(c);
-    });
-  }
-  ~FakePeer() {
-    thread_.join();
-    ::close(listener_);
-  }
-  int port() const { return port_; }
+// A peer that answers one request with `reply`, keeping what it was sent.
+struct FakePeer {
+  explicit FakePeer(std::string reply)
+      : server([this, reply = std::move(reply)](const std::string& line) {
+          received = line;
+          return reply;
+        }) {}
+  int port() const { return server.port(); }
   std::string received;
-
- private:
-  std::string reply_;
-  int listener_ = -1;
-  int port_ = 0;
-  std::thread thread_;
+  test::LoopbackServer server;
 };
 
 }  // namespace
