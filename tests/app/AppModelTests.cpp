@@ -252,16 +252,6 @@ TEST_F(AppModelTest, ViewingAnOlderVersionIsReadOnlyAndRevertReturnsToHead) {
   EXPECT_EQ(*model.recording().item("l1")->text, "Second version.");
 }
 
-TEST_F(AppModelTest, MakingAnOlderVersionHeadLetsTheNextSaveBuildOnIt) {
-  model.editItem("l1", "text", "Second version.");
-  model.save();
-  model.makeHead("v0001");
-  EXPECT_EQ(*model.recording().item("l1")->text, "Line number 1.");
-  model.save();
-  EXPECT_EQ(AppModel::shortVersion(*model.headVersion()), "v0003");
-  EXPECT_EQ(refusal([&] { model.openVersion("v0099"); }).rfind("The system found no version named 'v0099'.", 0), 0u);
-}
-
 TEST_F(AppModelTest, TheFeedKeepsTheLast500Events) {
   const std::size_t already = model.events().size();
   for (int i = 0; i < 501; ++i) model.note("event " + std::to_string(i));

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "TestSupport.hpp"
 #include "kit/Cut.hpp"
 #include "kit/Music.hpp"
 #include "kit/Recording.hpp"
@@ -12,168 +13,7 @@ namespace tavorin {
 namespace {
 
 // Every key of every record, written as a save writes it.
-const std::string fullDocument = R"json({
-  "agent": {
-    "fences": [
-      "fileEdits",
-      "shell"
-    ],
-    "model": "opus",
-    "pace": 0.5,
-    "rules": "Stay in the browser."
-  },
-  "blocking": "blocking.stage",
-  "capture": {
-    "app": "Google Chrome",
-    "audio": true,
-    "fps": 30,
-    "mode": "window"
-  },
-  "description": "A tour of the editor.",
-  "export": {
-    "destination": "youtube",
-    "format": "gif",
-    "fps": 15,
-    "height": 720,
-    "quality": "small"
-  },
-  "gap": 0.25,
-  "id": "demo",
-  "look": {
-    "background": {
-      "color": "#101216",
-      "image": "look/ground.png",
-      "preset": "slate"
-    },
-    "on": true,
-    "padding": 0.06,
-    "radius": 0.02,
-    "shadow": false
-  },
-  "origin": {
-    "agent": "claude",
-    "createdAt": "2026-11-23T07:00:00Z",
-    "prompt": "Make a film about the editor.",
-    "sessionId": "abc-123"
-  },
-  "schema": "tavorin.recording.v1",
-  "segments": [
-    {
-      "from": 0.0,
-      "id": "s1",
-      "rate": 1.5,
-      "take": "t1",
-      "to": 12.25
-    }
-  ],
-  "subtitles": {
-    "anchor": {
-      "x": 0.5,
-      "y": 0.9
-    },
-    "burn": true,
-    "font": "Archivo",
-    "highlight": {
-      "color": "#FFCC00",
-      "fill": "#000000",
-      "lead": 0.1,
-      "mode": "word"
-    },
-    "margin": 5.0,
-    "position": "bottom",
-    "size": 5.5
-  },
-  "timeline": [
-    {
-      "approved": true,
-      "audio": "audio/group-0123456789.wav",
-      "character": "narrator",
-      "duration": 2.5,
-      "hold": 1.0,
-      "id": "l1",
-      "note": "opening",
-      "rate": 1.1,
-      "renderedFrom": {
-        "character": "narrator",
-        "from": "intro.wav",
-        "group": "0123456789",
-        "imported": false,
-        "offset": 0.75,
-        "sample": 2,
-        "split": "fitted",
-        "text": "Hello there.",
-        "used": "af_heart",
-        "voice": "af_bella",
-        "words": [
-          {
-            "t": 0.0,
-            "w": "Hello"
-          },
-          {
-            "t": 0.4,
-            "w": "there."
-          }
-        ]
-      },
-      "start": 0.0,
-      "text": "Hello there.",
-      "together": "intro",
-      "type": "line",
-      "voice": "af_bella"
-    },
-    {
-      "anchor": {
-        "edge": "end",
-        "offset": -0.5,
-        "to": "l1",
-        "until": "l2"
-      },
-      "code": "click \"Save\"",
-      "id": "a1",
-      "start": 2.0,
-      "type": "action"
-    },
-    {
-      "id": "g1",
-      "start": 3.0,
-      "text": "Chapter one",
-      "type": "label"
-    },
-    {
-      "duration": 95.5,
-      "file": "music/bed.m4a",
-      "gain": 0.0,
-      "id": "m1",
-      "source": "https://example.com/bed",
-      "start": 0.0,
-      "trimIn": 1.5,
-      "trimOut": 60.0,
-      "type": "audio"
-    }
-  ],
-  "title": "The editor",
-  "voice": {
-    "character": "narrator",
-    "driver": "kokoro",
-    "span": "chars:300",
-    "voice": "af_heart"
-  },
-  "zooms": [
-    {
-      "anchor": {
-        "x": 0.25,
-        "y": 0.75
-      },
-      "from": 4.0,
-      "id": "z1",
-      "ramp": 0.6,
-      "scale": 2.0,
-      "style": "spring",
-      "to": 6.0
-    }
-  ]
-}
-)json";
+const std::string fullDocument = test::readFile(std::filesystem::path(TAVORIN_TEST_DATA) / "every-key.json");
 
 const std::string minimalDocument = R"json({
   "id": "demo",
@@ -465,21 +305,6 @@ TEST(RecordingVoice, ResolvedVoiceFollowsTheCharacter) {
   EXPECT_EQ(rec.resolvedVoice(item), "af_heart");
   item.character.reset();
   EXPECT_EQ(rec.resolvedCharacter(item), "guide");
-}
-
-TEST(RecordingItems, LookupAndIds) {
-  Recording rec("demo", "Demo");
-  rec.timeline = {line("l1", "a"), TimelineItem("a1", ItemType::action), line("l2", "b")};
-  ASSERT_NE(rec.item("a1"), nullptr);
-  EXPECT_EQ(rec.item("a1")->type, ItemType::action);
-  EXPECT_EQ(rec.item("zz"), nullptr);
-  rec.item("l2")->text = "c";
-  EXPECT_EQ(rec.timeline[2].text, "c");
-  EXPECT_EQ(rec.itemIds(), (std::set<std::string>{"a1", "l1", "l2"}));
-  ASSERT_EQ(rec.lines().size(), 2u);
-  EXPECT_EQ(rec.lines()[1]->id, "l2");
-  EXPECT_EQ(parseItemType("label"), ItemType::label);
-  EXPECT_EQ(parseItemType("Line"), std::nullopt);
 }
 
 // ---------------------------------------------------------------------------

@@ -99,15 +99,6 @@ TEST(Seed, DemoFixtureLooksInResourcesThenUpFromTheWorkingDirectoryThenUpFromThe
   EXPECT_EQ(Seed::demoFixture(std::nullopt, tmp / "a" / "b", "/nowhere/bin/tavorin"), real);
 }
 
-TEST(Seed, HandoffNamesTheFolderTwiceAndEndsWithTheRequest) {
-  EXPECT_EQ(Seed::handoff("/home/u/Tavorin/films/recordings/tour", "Show the settings."),
-            "Use the tavorin-config skill. A seeded Tavorin recording is at /home/u/Tavorin/films/recordings/tour — "
-            "it has a manifest, one empty version and an empty blocking.stage, and its origin.prompt holds the "
-            "request verbatim. Author the lines and the blocking into a NEW version, fill origin.sessionId with "
-            "this conversation's id, then open it with `tavorin open /home/u/Tavorin/films/recordings/tour`.\n\n"
-            "The request was:\nShow the settings.");
-}
-
 TEST(Seed, SeedDemoCopiesTheFixtureIntoTheDemoProject) {
   test::TempDir tmp;
   const fs::path from = fixture(tmp / "checkout");

@@ -122,13 +122,6 @@ TEST_F(TavorinProcess, SigtermAndSigintTakeTheSameRoadOut) {
   }
 }
 
-TEST_F(TavorinProcess, AControlFileFromADeadLaunchIsRecognised) {
-  OperatorControlFile{1, "127.0.0.1", 9, "t", 0x3FFFFFF0}.write(control_);
-  auto [rc, out, err] = ctl({"ping"});
-  EXPECT_EQ(rc, 2);
-  EXPECT_EQ(err, "found a control file from a dead launch (pid 1073741808); Tavorin is not running\n");
-}
-
 TEST_F(TavorinProcess, NoOperatorMeansNoServerAndNoControlFile) {
   launch({"TAVORIN_NO_OPERATOR="});
   std::this_thread::sleep_for(400ms);

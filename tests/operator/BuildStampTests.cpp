@@ -81,15 +81,6 @@ TEST(BuildStamp, NewestSourceChangeSkipsHiddenFilesAndLooksOnlyUnderSrc) {
   EXPECT_EQ(BuildStamp::newestSourceChange(root.path())->file, fs::path("CMakeLists.txt"));
 }
 
-TEST(BuildStamp, NewestSourceChangeOfAnEmptyTreeIsNothing) {
-  test::TempDir root;
-  EXPECT_EQ(BuildStamp::newestSourceChange(root.path()), std::nullopt);
-  EXPECT_EQ(BuildStamp::newestSourceChange(root / "missing"), std::nullopt);
-  fs::create_directories(root / "src/.git");
-  touch(root / "src/.git/HEAD", local(2024, 3, 3, 9, 0));
-  EXPECT_EQ(BuildStamp::newestSourceChange(root.path()), std::nullopt);
-}
-
 TEST(BuildStamp, VerdictWeighsTheBinaryAgainstTheNewestChange) {
   const TimePoint changed = local(2024, 3, 3, 9, 0);
   const Change change{"src/kit/Schedule.cpp", changed};
@@ -158,9 +149,3 @@ TEST(BuildStamp, ReadsTheBuildDateTheStudioReports) {
   EXPECT_EQ(BuildStamp::reportedBuildDate(JSONValue::object({{"version", "0.1.0"}})), std::nullopt);
 }
 
-TEST(BuildStamp, OnlyStatusAndQuitReachAStaleStudio) {
-  EXPECT_TRUE(BuildStamp::passesStaleBuild("quit"));
-  EXPECT_TRUE(BuildStamp::passesStaleBuild("status"));
-  for (const char* verb : {"ping", "save", "render", "Quit", "status.build"})
-    EXPECT_FALSE(BuildStamp::passesStaleBuild(verb)) << verb;
-}
