@@ -28,9 +28,11 @@ std::optional<Page> pageNamed(std::string_view w) {
 }
 
 AppStore::Failure AppStore::Failure::noSuchRoute(const std::string& name) {
-  return Failure("no route '" + name + "'. Try: script, edit, library[:project], shoot, export");
+  return Failure(Kind::noSuchRoute, "no route '" + name + "'. Try: script, edit, library[:project], shoot, export");
 }
-AppStore::Failure AppStore::Failure::nothingToEdit() { return Failure("nothing to edit — open a production first"); }
+AppStore::Failure AppStore::Failure::nothingToEdit() {
+  return Failure(Kind::nothingToEdit, "nothing to edit — open a production first");
+}
 
 AppStore::AppStore(AppModel& production, Library library, SessionStore session, Trash& trash)
     : production_(production), library_(std::move(library)), session_(std::move(session)), trash_(trash) {}
@@ -178,7 +180,7 @@ void AppStore::navigate(const std::string& to) {
   }
   if (to == "export" || to == "render" || to == "editor:render" || to == "editor:export") {
     if (!production_.isOpen()) throw Failure::nothingToEdit();
-    openExportSheet(false);
+    openExportSheet();
     return;
   }
   if (to == "script" || to == "edit") {
@@ -202,7 +204,8 @@ void AppStore::navigate(const std::string& to) {
       navigate(*rest);
       return;
     } catch (const Failure& f) {
-      if (std::string(f.what()).rfind("no route", 0) != 0) throw;
+      // Named with the whole text below; any other failure stands as it is.
+      if (f.kind != Failure::Kind::noSuchRoute) throw;
     }
   }
   throw Failure::noSuchRoute(to);
@@ -259,17 +262,18 @@ void AppStore::beginShoot() {
   production_.note("slate up");
 }
 
-void AppStore::openExportSheet(bool forYouTube) {
+void AppStore::openExportSheet() {
   if (!production_.isOpen()) return;
   showingExportSheet = true;
-  // Arming for YouTube needs footage to send, and this build films none: the sheet
-  // comes up unarmed either way.
-  (void)forYouTube;
   exportSheetArmed = false;
   production_.note("export sheet up");
 }
 
-void AppStore::exportToYouTube() { openExportSheet(true); }
+void AppStore::exportToYouTube() {
+  // Arming for YouTube needs footage to send, and this build films none: the sheet
+  // comes up as the plain export sheet, unarmed.
+  openExportSheet();
+}
 
 void AppStore::dismissExportSheet() {
   showingExportSheet = false;

@@ -33,7 +33,9 @@ struct Route {
 class AppStore {
  public:
   struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
+    enum class Kind { noSuchRoute, nothingToEdit };
+    Kind kind;
+    Failure(Kind kind, const std::string& text) : std::runtime_error(text), kind(kind) {}
     static Failure noSuchRoute(const std::string& name);
     static Failure nothingToEdit();
   };
@@ -92,7 +94,8 @@ class AppStore {
 
   // ---- Flows over the page -------------------------------------------------------
   void beginShoot();
-  void openExportSheet(bool forYouTube);
+  void openExportSheet();
+  // The export sheet with YouTube as its destination.
   void exportToYouTube();
   void dismissExportSheet();
   // Closes what stands over the page; true when something was closed.

@@ -41,7 +41,7 @@ OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, cons
   if (v == "export.flow" || v == "render.flow" || v == "export.youtube") {
     if (!model().isOpen()) throw AppModel::Failure::noProduction();
     if (v == "export.youtube") store_.exportToYouTube();
-    else store_.openExportSheet(false);
+    else store_.openExportSheet();
     JSONValue report = flowReport();
     // Arming for YouTube needs footage to send; this build films none yet.
     if (v == "export.youtube") report.set("reason", "there is no footage to send yet, so the sheet is not armed");
