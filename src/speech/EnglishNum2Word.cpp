@@ -26,9 +26,10 @@ EnglishNum2Word::EnglishNum2Word()
 std::string EnglishNum2Word::toCardinal(std::int64_t n) const {
     if (n < 0) {
         // The most negative value has no positive twin; its magnitude is spelled from the unsigned value.
-        if (n == std::numeric_limits<std::int64_t>::min())
-            return negWord + toCardinal(std::numeric_limits<std::int64_t>::max() / 1000 + 1) + " thousand, " +
-                   toCardinal(808);
+        if (n == std::numeric_limits<std::int64_t>::min()) {
+            std::string max = toCardinal(std::numeric_limits<std::int64_t>::max());  // ends "...and seven"
+            return negWord + max.substr(0, max.size() - 5) + "eight";
+        }
         return negWord + toCardinal(-n);
     }
     if (n < 21) return lowNumWords[static_cast<std::size_t>(20 - n)];

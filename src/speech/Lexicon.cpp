@@ -404,7 +404,13 @@ Reading Lexicon::stem_ing(const std::string& word, const WordTag& tag, std::opti
     if (word.size() < 5 || !endsWith(word, "ing")) return {};
     const std::string base = word.substr(0, word.size() - 3);
     std::string stem;
-    if (word.size() > 5 && isKnown(base)) stem = base;
+    // English drops a stem's final e before -ing after one vowel and one consonant
+    // ("rate", "rating"): such a stem prefers its e form when the dictionary has it.
+    const auto vowel = [](char c) { return std::string_view("aeiou").find(c) != std::string_view::npos; };
+    const bool eDropped = base.size() >= 2 && !vowel(base.back()) && vowel(base[base.size() - 2]) &&
+                          (base.size() < 3 || !vowel(base[base.size() - 3])) && isKnown(base + "e");
+    if (eDropped) stem = base + "e";
+    else if (word.size() > 5 && isKnown(base)) stem = base;
     else if (isKnown(base + "e")) stem = base + "e";
     else {
         // A doubled consonant before -ing ("running"), or "ck" ("picking").

@@ -88,14 +88,23 @@ PosTagger::PosTagger(const std::filesystem::path& file) {
             const auto colon = pair.rfind(':');
             if (colon == std::string::npos) continue;
             const auto t = index(pair.substr(0, colon));
-            if (tags_[t] != pair.substr(0, colon)) continue;
+            // "1" and "2" are festival's own marks, not word classes.
+            if (tags_[t] != pair.substr(0, colon) || tags_[t] == "1" || tags_[t] == "2") continue;
             ems.push_back({t, std::stof(pair.substr(colon + 1))});
         }
         if (ems.empty()) continue;
+        // The news text saw many verbs in one of their two bare forms only; either may stand
+        // for the other ("We record", "to record").
+        for (const auto& [have, lack] : {std::pair<const char*, const char*>{"vb", "vbp"}, {"vbp", "vb"}}) {
+            const auto h = index(have), l = index(lack);
+            auto it = std::find_if(ems.begin(), ems.end(), [&](const Emission& e) { return e.tag == h; });
+            if (it != ems.end() && std::none_of(ems.begin(), ems.end(), [&](const Emission& e) { return e.tag == l; }))
+                ems.push_back({l, it->logp - 1.0f});
+        }
         std::sort(ems.begin(), ems.end(), [](const Emission& a, const Emission& b) { return a.logp > b.logp; });
         // Rare words stand for the unknown ones: their endings teach the guesser.
         const bool alpha = std::all_of(word.begin(), word.end(), [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
-        if (alpha && word.size() > 3) {
+        if (alpha && word.size() > 3 && std::islower(static_cast<unsigned char>(word[0]))) {
             for (const auto& e : ems) {
                 if (!isOpen[e.tag]) continue;
                 prior[e.tag] += 1;
@@ -128,8 +137,18 @@ PosTagger::PosTagger(const std::filesystem::path& file) {
 }
 
 std::vector<PosTagger::Emission> PosTagger::candidates(const std::string& word, bool sentenceStart) const {
-    if (auto it = lexicon_.find(word); it != lexicon_.end()) return it->second;
     const std::string lw = lower(word);
+    if (auto it = lexicon_.find(word); it != lexicon_.end()) {
+        // A lower-case word the news text knew only as a name ("cat", a ticker) is
+        // guessed as an unknown word too.
+        const bool onlyName = std::all_of(it->second.begin(), it->second.end(), [&](const Emission& e) {
+            return tags_[e.tag] == "nnp" || tags_[e.tag] == "nnps";
+        });
+        if (!onlyName || lw != word) return it->second;
+        auto ems = guess(lw);
+        ems.insert(ems.end(), it->second.begin(), it->second.end());
+        return ems;
+    }
     if (lw != word)
         if (auto it = lexicon_.find(lw); it != lexicon_.end()) {
             // A known word capitalised in mid-sentence may still be a name.
@@ -144,6 +163,12 @@ std::vector<PosTagger::Emission> PosTagger::candidates(const std::string& word, 
         return {{cd_, kUnknownWord + 4}};
     const bool capital = !word.empty() && std::isupper(static_cast<unsigned char>(word[0]));
     if (capital && !sentenceStart) return {{nnp_, kUnknownWord}};
+    std::vector<Emission> ems = guess(lw);
+    if (capital) ems.push_back({nnp_, kUnknownWord});
+    return ems;
+}
+
+std::vector<PosTagger::Emission> PosTagger::guess(const std::string& lw) const {
     std::vector<Emission> ems;
     for (std::size_t k = std::min<std::size_t>(3, lw.size() > 0 ? lw.size() - 1 : 0); k >= 1; --k) {
         if (auto it = suffixes_.find(lw.substr(lw.size() - k)); it != suffixes_.end()) {
@@ -152,7 +177,6 @@ std::vector<PosTagger::Emission> PosTagger::candidates(const std::string& word, 
         }
     }
     if (ems.empty()) ems.push_back({nn_, kUnknownWord});
-    if (capital) ems.push_back({nnp_, kUnknownWord});
     return ems;
 }
 

@@ -40,6 +40,7 @@ private:
         float logp;
     };
     std::vector<Emission> candidates(const std::string& word, bool sentenceStart) const;
+    std::vector<Emission> guess(const std::string& lowerWord) const;
     std::string pennName(std::uint8_t tag, const std::string& word) const;
 
     std::vector<std::string> tags_;
