@@ -38,24 +38,64 @@ bool hasVowel(std::string_view phonemes) {
 
 bool lexiconOrdinal(char32_t c) { return c == 39 || c == 45 || (c >= 65 && c <= 90) || (c >= 97 && c <= 122); }
 
+// Reads {"word": "phonemes" | {"TAG": "phonemes" | null, ...}, ...} straight into the
+// dictionary, without building a document first: the load is most of the start-up time.
+class DictionaryReader : public nlohmann::json_sax<nlohmann::json> {
+public:
+    explicit DictionaryReader(Lexicon::Dictionary& dict) : dict_(dict) {}
+    bool null() override {
+        if (depth_ == 2) readings_.emplace_back(std::move(tag_), std::nullopt);
+        return true;
+    }
+    bool boolean(bool) override { return depth_ != 1 || skip(); }
+    bool number_integer(number_integer_t) override { return depth_ != 1 || skip(); }
+    bool number_unsigned(number_unsigned_t) override { return depth_ != 1 || skip(); }
+    bool number_float(number_float_t, const string_t&) override { return depth_ != 1 || skip(); }
+    bool string(string_t& val) override {
+        if (depth_ == 1) dict_.emplace(std::move(key_), std::move(val));
+        else if (depth_ == 2) readings_.emplace_back(std::move(tag_), std::move(val));
+        return true;
+    }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override {
+        ++depth_;
+        if (depth_ == 2) readings_.clear();
+        return true;
+    }
+    bool key(string_t& val) override {
+        if (depth_ == 1) key_ = std::move(val);
+        else if (depth_ == 2) tag_ = std::move(val);
+        return true;
+    }
+    bool end_object() override {
+        if (depth_ == 2) dict_.emplace(std::move(key_), std::move(readings_));
+        --depth_;
+        return true;
+    }
+    bool start_array(std::size_t) override { return ++depth_ > 1; }
+    bool end_array() override {
+        --depth_;
+        return true;
+    }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+private:
+    bool skip() { return true; }
+    Lexicon::Dictionary& dict_;
+    int depth_ = 0;
+    std::string key_, tag_;
+    Lexicon::TaggedReadings readings_;
+};
+
 Lexicon::Dictionary loadDictionary(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     if (!in) throw std::runtime_error("The pronunciation dictionary " + file.string() + " could not be read.");
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     Lexicon::Dictionary dict;
-    nlohmann::json json = nlohmann::json::parse(bytes, nullptr, false);
-    if (!json.is_object()) throw std::runtime_error("The pronunciation dictionary " + file.string() + " is damaged.");
-    dict.reserve(json.size() * 2);
-    for (auto& [key, value] : json.items()) {
-        if (value.is_string()) {
-            dict.emplace(key, value.get<std::string>());
-        } else if (value.is_object()) {
-            Lexicon::TaggedReadings readings;
-            for (auto& [tag, r] : value.items())
-                readings.emplace_back(tag, r.is_string() ? std::optional<std::string>(r.get<std::string>()) : std::nullopt);
-            dict.emplace(key, std::move(readings));
-        }
-    }
+    dict.reserve(bytes.size() / 6);  // room for the case variants grown later
+    DictionaryReader reader(dict);
+    if (!nlohmann::json::sax_parse(bytes, &reader) || dict.empty())
+        throw std::runtime_error("The pronunciation dictionary " + file.string() + " is damaged.");
     return dict;
 }
 
@@ -89,23 +129,37 @@ std::filesystem::path speechDataDirectory() {
 }
 
 void growDictionary(Lexicon::Dictionary& dict) {
-    std::vector<std::pair<std::string, Lexicon::Entry>> grown;
+    std::vector<std::pair<std::string, const Lexicon::Entry*>> grown;
+    grown.reserve(dict.size());
+    std::string variant;
     for (const auto& [key, entry] : dict) {
-        if (utf8::length(key) < 2) continue;
-        const std::string low = text::lower(key);
-        std::string variant;
-        if (key == low) {
-            const auto u = utf8::decode(key);
-            variant = text::upper(utf8::encode(u.substr(0, 1))) + utf8::encode(u.substr(1));
+        if (key.size() < 2) continue;
+        const bool ascii = std::all_of(key.begin(), key.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+        if (ascii) {
+            // Most keys: plain letters, cased without decoding.
+            const bool lowerKey = std::none_of(key.begin(), key.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+            variant = key;
+            if (lowerKey) {
+                variant[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(variant[0])));
+            } else {
+                const bool capitalised = std::none_of(key.begin() + 1, key.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+                if (!capitalised) continue;
+                variant[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(variant[0])));
+            }
         } else {
+            if (utf8::length(key) < 2) continue;
             const auto u = utf8::decode(key);
-            const std::string cap = text::upper(utf8::encode(u.substr(0, 1))) + text::lower(utf8::encode(u.substr(1)));
-            if (key != cap) continue;
-            variant = low;
+            const std::string head = utf8::encode(u.substr(0, 1)), rest = utf8::encode(u.substr(1));
+            if (key == text::lower(key)) variant = text::upper(head) + rest;
+            else if (key == text::upper(head) + text::lower(rest)) variant = text::lower(key);
+            else continue;
         }
-        if (variant != key && !dict.count(variant)) grown.emplace_back(variant, entry);
+        if (variant != key && !dict.count(variant)) grown.emplace_back(variant, &entry);
     }
-    for (auto& [k, e] : grown) dict.emplace(std::move(k), std::move(e));
+    std::vector<std::pair<std::string, Lexicon::Entry>> copies;
+    copies.reserve(grown.size());
+    for (auto& [k, e] : grown) copies.emplace_back(std::move(k), *e);
+    for (auto& [k, e] : copies) dict.emplace(std::move(k), std::move(e));
 }
 
 Lexicon::Lexicon(bool british, const std::filesystem::path& dir) : british_(british) {

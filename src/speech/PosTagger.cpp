@@ -265,6 +265,14 @@ std::vector<std::string> PosTagger::tag(const std::vector<std::string>& words) c
     }
     out.reserve(m);
     for (std::size_t i = 0; i < m; ++i) out.push_back(pennName(cand[i][chosen[i]].tag, words[i]));
+    // festival's tags have one class for personal and possessive pronouns; Penn has two.
+    for (std::size_t i = 0; i < m; ++i) {
+        if (out[i] != "PRP") continue;
+        const std::string w = lower(words[i]);
+        const bool beforeNoun = i + 1 < m && (out[i + 1].rfind("NN", 0) == 0 || out[i + 1].rfind("JJ", 0) == 0 || out[i + 1] == "CD");
+        if (w == "my" || w == "our" || w == "your" || w == "their" || w == "its" || w == "his" || (w == "her" && beforeNoun))
+            out[i] = "PRP$";
+    }
     return out;
 }
 
