@@ -22,6 +22,11 @@ constexpr std::string_view kVowels = "AIOQWYaiuæɑɒɔəɛɜɪʊʌᵻ";
 constexpr std::string_view kConsonants = "bdfhjklmnpstvwzðŋɡɹɾʃʒʤʧθ";
 constexpr std::string_view kSubTokenJunks = "',-._‘’/";
 constexpr std::string_view kDipthongs = "AIOQWYʤʧ";
+// No word is longer; a longer run of letters and digits is read in pieces of this size, so
+// that one pathological "word" costs what a sentence does.
+constexpr std::size_t kLongestWord = 64;
+// Sub-tokens read together as one word at most: "U.S.A." is six.
+constexpr std::size_t kLongestCompound = 12;
 
 const char* const kSubtokenizeRegex =
     "^['''']+|\\p{Lu}(?=\\p{Lu}\\p{Ll})|(?:^-)?(?:\\d?[,.]?\\d)+|[-_]+|['''']{2,}|\\p{L}*?(?:['''']\\p{L})*?\\p{Ll}(?=\\p{Lu})|"
@@ -237,7 +242,7 @@ std::vector<MToken> EnglishG2P::tokenize(const std::string& text, const std::vec
                                   std::isdigit(static_cast<int>(u[i + 1])) && (i == 0 || isSpace(u[i - 1]));
         if (wordChar(u[i]) || signedNumber) {
             ++i;
-            while (i < n) {
+            while (i < n && i - start < kLongestWord) {
                 if (wordChar(u[i])) { ++i; continue; }
                 const bool nextWord = i + 1 < n && wordChar(u[i + 1]);
                 if (isApostrophe(u[i]) && nextWord && text::isLetter(u[i + 1])) { i += 2; continue; }
@@ -377,8 +382,7 @@ std::vector<EnglishG2P::RetokenizedItem> EnglishG2P::retokenize(std::vector<MTok
         for (std::size_t k = 0; k < subs.size(); ++k) {
             MToken& t = subs[k];
             if (t.meta.alias || t.phonemes) continue;
-            const bool lastSub = k + 1 == subs.size();
-            const bool lastOfText = lastSub && ti + 1 == split.size();
+            const bool lastOfText = k + 1 == subs.size() && ti + 1 == split.size();
             if (t.tag == LexicalClass::OtherWord && Lexicon::currencies().count(t.text)) {
                 currency = t.text;
                 t.phonemes = "";
@@ -399,8 +403,11 @@ std::vector<EnglishG2P::RetokenizedItem> EnglishG2P::retokenize(std::vector<MTok
                 }
                 t.meta.rating = 4;
             } else if (currency) {
+                // The amount is the last numeric sub-token: "$20/month" is twenty dollars.
+                const bool numberFollows = std::any_of(subs.begin() + static_cast<long>(k) + 1, subs.end(),
+                                                       [](const MToken& s) { return hasDigit(s.text); });
                 if (!hasDigit(t.text) && t.tag != LexicalClass::Number) currency.reset();
-                else if (lastSub) t.meta.currency = currency;
+                else if (!numberFollows) t.meta.currency = currency;
             }
             if (t.text == "2" && k > 0 && k + 1 < subs.size() && !subs[k - 1].text.empty() && !subs[k + 1].text.empty() &&
                 text::isLetter(utf8::last(subs[k - 1].text)) && text::isLetter(utf8::decode(subs[k + 1].text)[0]))
@@ -610,7 +617,8 @@ std::pair<std::string, std::vector<MToken>> EnglishG2P::phonemize(const std::str
         std::size_t left = 0, right = list.size();
         bool shouldFallback = false;
         while (left < right) {
-            if (std::any_of(list.begin() + static_cast<long>(left), list.begin() + static_cast<long>(right),
+            if (right - left > kLongestCompound ||
+                std::any_of(list.begin() + static_cast<long>(left), list.begin() + static_cast<long>(right),
                             [](const MToken& t) { return t.meta.alias || t.phonemes; })) {
                 ++left;
                 continue;

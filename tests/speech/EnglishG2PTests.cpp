@@ -83,6 +83,9 @@ TEST(EnglishG2P, NumbersCurrencyAndAbbreviations) {
     EXPECT_EQ(say("$5.50"), "fˈIv dˌɑləɹz ˈænd fˌɪfti sˌɛnts");
     EXPECT_EQ(say("£2.10"), "tˈu pˌWndz ˈænd tˌɛn pˌɛns");
     EXPECT_EQ(say("$1"), "wˈʌn dˌɑləɹ");
+    EXPECT_EQ(say("$20/month"), "twˈɛnti dˌɑləɹz mˈʌnθ");
+    // A word between the symbol and a number ends the symbol's reach.
+    EXPECT_EQ(say("$ off 5"), " ˈɔf fˈIv");
     EXPECT_EQ(say("in 1905"), "ɪn nˈIntˌin ˌO fˌIv");
     EXPECT_EQ(say("the 21st"), "ðə twˈɛnti fˌɜɹst");
     EXPECT_EQ(say("50%"), "fˈɪfti pəɹsˈɛnt");
