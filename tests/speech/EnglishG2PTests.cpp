@@ -177,3 +177,79 @@ TEST(EnglishG2P, BadInputNeverCrashesOrHangs) {
     const std::string out = say(big);
     EXPECT_GT(out.size(), big.size() / 2);
 }
+
+TEST(EnglishG2P, PreprocessTurnsLinksIntoFeatures) {
+    const auto pre = EnglishG2P::preprocess("  say [this](0.5) and [that](-2) as [it](/ɪt/) or [2](#n#) [x](junk)  ");
+    EXPECT_EQ(pre.text, "say this and that as it or 2 x");
+    ASSERT_EQ(pre.features.size(), 4u);
+    EXPECT_EQ(std::get<double>(pre.features[0].value), 0.5);
+    EXPECT_EQ(pre.text.substr(pre.features[0].tokenRange.begin, pre.features[0].tokenRange.end - pre.features[0].tokenRange.begin), "this");
+    EXPECT_EQ(std::get<long long>(pre.features[1].value), -2);
+    EXPECT_EQ(std::get<std::string>(pre.features[2].value), "/ɪt");
+    EXPECT_EQ(std::get<std::string>(pre.features[3].value), "#n");
+    EXPECT_EQ(pre.tokens, (std::vector<std::string>{"say", "this", "and", "that", "as", "it", "or", "2", "x"}));
+    // The "n" flag drops the connecting "and" of a number.
+    EXPECT_EQ(say("[101](#n#)"), "wˈʌn hˌʌndɹᵻd wˌʌn");
+}
+
+TEST(EnglishG2P, MergedTokensCombineTheirNotes) {
+    MToken a, b;
+    a.text = "Kokoro";
+    a.whitespace = " ";
+    a.tag = LexicalClass::PersonalName;
+    a.meta.stress = 1;
+    a.meta.num_flags = "n";
+    a.meta.rating = 4;
+    a.phonemes = "kˈOkəɹO";
+    b.text = "tts";
+    b.whitespace = "\n";
+    b.tag = LexicalClass::Noun;
+    b.meta.stress = 1;
+    b.meta.num_flags = "a";
+    b.meta.rating = 3;
+    b.meta.prespace = true;
+    b.meta.currency = "$";
+    const MToken m = EnglishG2P::mergeTokens({a, b}, std::string("?"));
+    EXPECT_EQ(m.text, "Kokoro tts");
+    EXPECT_EQ(m.whitespace, "\n");
+    EXPECT_EQ(m.tag, LexicalClass::PersonalName);  // the more capitalised text decides
+    EXPECT_EQ(m.meta.stress, 1.0);
+    EXPECT_EQ(m.meta.num_flags, "an");
+    EXPECT_EQ(m.meta.rating, 3);
+    EXPECT_EQ(m.meta.currency, "$");
+    EXPECT_EQ(*m.phonemes, "kˈOkəɹO?");  // no reading of its own: the unknown mark, no space
+    b.meta.stress = 2;
+    b.phonemes = "tˌitˌiˈɛs";
+    const MToken n = EnglishG2P::mergeTokens({a, b}, std::string("?"));
+    EXPECT_FALSE(n.meta.stress);
+    EXPECT_EQ(*n.phonemes, "kˈOkəɹO tˌitˌiˈɛs");
+    EXPECT_FALSE(EnglishG2P::mergeTokens({a, b}).phonemes);
+}
+
+TEST(EnglishG2P, ContextLooksAtTheFirstSoundThatCounts) {
+    MToken t;
+    t.text = "x";
+    EXPECT_EQ(EnglishG2P::tokenContext({}, "ˈæpᵊl", t).futureVowel, true);
+    EXPECT_EQ(EnglishG2P::tokenContext({}, "ˈpɛɹ", t).futureVowel, false);
+    EXPECT_FALSE(EnglishG2P::tokenContext({true, false}, ", ə", t).futureVowel);
+    EXPECT_EQ(EnglishG2P::tokenContext({true, false}, "", t).futureVowel, true);  // nothing said: unchanged
+    t.text = "TO";
+    EXPECT_FALSE(EnglishG2P::tokenContext({}, "tu", t).futureTo);
+    t.tag = LexicalClass::Particle;
+    EXPECT_TRUE(EnglishG2P::tokenContext({}, "tu", t).futureTo);
+    EXPECT_EQ(EnglishG2P::stressWeight("ˈAʧ"), 5);
+    EXPECT_EQ(EnglishG2P::stressWeight(std::nullopt), 0);
+}
+
+TEST(EnglishG2P, DictionariesGrowCaseVariantsWithoutReplacing) {
+    Lexicon::Dictionary d{{"apple", std::string("ˈæpᵊl")}, {"Bob", std::string("bˈɑb")}, {"bob", std::string("bˈOb")},
+                          {"Paris", std::string("pˈæɹɪs")}, {"x", std::string("ˈɛks")}, {"NASA", std::string("nˈæsə")},
+                          {"élan", std::string("Alˈɑn")}};
+    growDictionary(d);
+    EXPECT_EQ(std::get<std::string>(d.at("Apple")), "ˈæpᵊl");
+    EXPECT_EQ(std::get<std::string>(d.at("bob")), "bˈOb");  // kept, not replaced by "Bob"
+    EXPECT_EQ(std::get<std::string>(d.at("paris")), "pˈæɹɪs");
+    EXPECT_EQ(std::get<std::string>(d.at("Élan")), "Alˈɑn");
+    EXPECT_FALSE(d.count("X"));
+    EXPECT_FALSE(d.count("nasa"));  // neither lower nor capitalised: nothing added
+}
