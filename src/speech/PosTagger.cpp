@@ -216,7 +216,7 @@ std::vector<std::string> PosTagger::tag(const std::vector<std::string>& words) c
     std::vector<std::vector<float>> score(m);
     std::vector<std::vector<std::uint8_t>> back(m);
     auto prevCands = [&](std::size_t i) -> std::size_t { return i == 0 ? 1 : cand[i - 1].size(); };
-    auto tagAt = [&](std::size_t i, std::size_t k) -> std::size_t { return i == static_cast<std::size_t>(-1) ? punc_ : cand[i][k].tag; };
+    auto tagAt = [&](std::size_t i, std::size_t k) -> std::size_t { return cand[i][k].tag; };
     for (std::size_t i = 0; i < m; ++i) {
         const std::size_t P = prevCands(i), C = cand[i].size();
         score[i].assign(P * C, kNone);
@@ -303,15 +303,6 @@ LexicalClass PosTagger::lexicalClass(std::string_view penn, std::string_view wor
         return LexicalClass::OtherPunctuation;
     }
     return LexicalClass::OtherWord;
-}
-
-std::string_view lexicalClassName(LexicalClass c) {
-    static constexpr std::string_view names[] = {
-        "Noun", "Verb", "Adjective", "Adverb", "Pronoun", "Determiner", "Particle", "Preposition", "Number",
-        "Conjunction", "Interjection", "Classifier", "Idiom", "OtherWord", "SentenceTerminator", "OpenQuote",
-        "CloseQuote", "OpenParenthesis", "CloseParenthesis", "WordJoiner", "Dash", "OtherPunctuation",
-        "ParagraphBreak", "Whitespace", "Punctuation", "Word", "PersonalName", "PlaceName", "OrganizationName"};
-    return names[static_cast<int>(c)];
 }
 
 } // namespace tavorin
