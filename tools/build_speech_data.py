@@ -12,9 +12,10 @@ ARPAbet (CMUdict) to the US phoneme set:
   er ɜɹ when stressed, əɹ when not
   the five diphthongs take one letter each: ey A, ay I, ow O, aw W, oy Y
   ch ʧ  jh ʤ  dh ð  th θ  sh ʃ  zh ʒ  ng ŋ  hh h  y j  r ɹ  g ɡ, the rest as spelled
-Stress: the dictionary marks stressed syllables with 1 and nothing finer, so the
-first stressed syllable takes the primary mark "ˈ" and any later one the secondary
-"ˌ"; the mark goes just before the syllable's vowel, where stress rules expect it.
+Stress: the dictionary marks stressed syllables with 1 and nothing finer. In a word
+with several, the one espeak-ng stresses takes the primary mark "ˈ" and the others the
+secondary "ˌ" (when espeak counts the same syllables; otherwise the first stressed one
+is primary). The mark goes just before the syllable's vowel, where stress rules expect it.
 Reduced forms: an unstressed ih or ax before the final d of an "-ed" word or the
 final z of an "-es" word is "ᵻ"; an unstressed ax between a consonant and a final
 l, n or m is the syllabic "ᵊ". American flap: t between a vowel (or a vowel and r)
@@ -53,20 +54,24 @@ ENTRY = re.compile(r'^\("((?:[^"\\]|\\.)*)" (\S+) \((.*)\)\)\s*$')
 SYLL = re.compile(r'\(\(([a-z ]+)\) (\d)\)')
 
 
-def arpa_to_us(word, syllables):
-    """syllables: list of (phones, stress) -> phoneme string."""
-    phones = []  # (phone, stress of its syllable)
-    for ph, st in syllables:
+def arpa_to_us(word, syllables, primary=None):
+    """syllables: list of (phones, stress) -> phoneme string. primary: the index of the
+    syllable that takes the primary stress, or None for the first stressed one."""
+    phones = []  # (phone, stress of its syllable, syllable index)
+    for k, (ph, st) in enumerate(syllables):
         for p in ph.split():
-            phones.append((p, st))
+            phones.append((p, st, k))
     out = []
     seen_primary = False
     n = len(phones)
-    for i, (p, st) in enumerate(phones):
+    for i, (p, st, syl) in enumerate(phones):
         if p in VOWELS:
             mark = ''
             if st > 0:
-                mark = 'ˌ' if seen_primary else 'ˈ'
+                if primary is None:
+                    mark = 'ˌ' if seen_primary else 'ˈ'
+                else:
+                    mark = 'ˈ' if syl == primary else 'ˌ'
                 seen_primary = True
             if p == 'ah':
                 sym = 'ʌ' if st > 0 else 'ə'
@@ -86,7 +91,7 @@ def arpa_to_us(word, syllables):
         elif p == 't' and 0 < i < n - 1:
             prev = phones[i - 1][0]
             before = phones[i - 2][0] if i > 1 else ''
-            nxt, nst = phones[i + 1]
+            nxt, nst, _ = phones[i + 1]
             after_vowel = prev in VOWELS or (prev == 'r' and before in VOWELS)
             if after_vowel and nxt in VOWELS and nst == 0 and nxt != 'er' or (after_vowel and nxt == 'er' and nst == 0):
                 out.append('ɾ')
@@ -97,8 +102,32 @@ def arpa_to_us(word, syllables):
     return ''.join(out)
 
 
+IPA_NUCLEUS = set('aeiouæɑɒɔəɛɜɪʊʌɐɚɝᵻɘɵʉɨøœɤyʏ')
+
+
+def ipa_primary(ipa):
+    """(number of syllable nuclei, index of the one after the primary mark) in espeak's IPA."""
+    count, primary, marked, in_vowel = 0, None, False, False
+    for c in ipa:
+        if c == 'ˈ':
+            marked, in_vowel = True, False
+            continue
+        syllabic = c == '\u0329'  # the mark under a syllabic consonant: that consonant is a nucleus
+        vowel = c in IPA_NUCLEUS
+        if syllabic or (vowel and not in_vowel):
+            count += 1
+            if marked and primary is None:
+                primary = count - 1
+            marked = False
+        in_vowel = vowel or (in_vowel and c == 'ː')
+    return count, primary
+
+
 def read_cmu():
-    readings = {}  # word -> list of (key, phonemes) in file order
+    """CMUdict in the US set. The dictionary marks every stressed syllable alike; where a word
+    has more than one, espeak-ng's reading of the word says which one is primary (when both
+    count the same syllables), and otherwise the first stressed syllable is."""
+    raw = []  # (word, key, syllables) in file order
     with open(CMU, encoding='latin-1') as f:
         for line in f:
             m = ENTRY.match(line)
@@ -106,10 +135,18 @@ def read_cmu():
                 continue
             word, pos, body = m.group(1), m.group(2), m.group(3)
             sylls = [(s, int(st)) for s, st in SYLL.findall(body)]
-            if not sylls:
-                continue
-            key = POS_KEYS.get(pos, 'DEFAULT')
-            readings.setdefault(word, []).append((key, arpa_to_us(word, sylls)))
+            if sylls:
+                raw.append((word, POS_KEYS.get(pos, 'DEFAULT'), sylls))
+    several = sorted({w for w, _, sy in raw if sum(1 for _, st in sy if st > 0) > 1 and '\n' not in w})
+    guide = espeak(several, 'en-us')
+    readings = {}  # word -> list of (key, phonemes) in file order
+    for word, key, sylls in raw:
+        primary = None
+        if word in guide:
+            count, p = ipa_primary(guide[word])
+            if count == len(sylls) and p is not None and sylls[p][1] > 0:
+                primary = p
+        readings.setdefault(word, []).append((key, arpa_to_us(word, sylls, primary)))
     gold = {}
     for word, rs in readings.items():
         distinct = []
