@@ -23,7 +23,8 @@ and an unstressed vowel becomes "ɾ".
 Words read differently by part of speech become objects keyed by the tag classes
 the lexicon asks for (NOUN, VERB and VBP, ADJ, DT) with a DEFAULT reading; the
 festival marks map n NOUN, v VERB, j ADJ, dt DT, nil DEFAULT. heteronyms.tsv adds
-the past-tense and habitual readings the dictionary does not separate.
+the past-tense and habitual readings the dictionary does not separate, and
+heteronyms-gb.tsv the same words for British English, where espeak gives one reading.
 
 Silver and British come from espeak-ng's IPA, mapped letter by letter into the
 same sets (see US_IPA and GB_IPA); a word with anything left outside its set is
@@ -123,6 +124,18 @@ def ipa_primary(ipa):
     return count, primary
 
 
+def heteronyms(name):
+    out = {}
+    with open(os.path.join(HERE, name), encoding='utf-8') as f:
+        for line in f:
+            line = line.strip()
+            if not line or line.startswith('#'):
+                continue
+            word, *pairs = line.split('\t')
+            out[word] = {k: v for k, v in (p.split('=', 1) for p in pairs)}
+    return out
+
+
 def read_cmu():
     """CMUdict in the US set. The dictionary marks every stressed syllable alike; where a word
     has more than one, espeak-ng's reading of the word says which one is primary (when both
@@ -167,13 +180,7 @@ def read_cmu():
                     entry['DEFAULT'] = entry[k]
                     break
         gold[word] = entry
-    with open(os.path.join(HERE, 'heteronyms.tsv'), encoding='utf-8') as f:
-        for line in f:
-            line = line.strip()
-            if not line or line.startswith('#'):
-                continue
-            word, *pairs = line.split('\t')
-            gold[word] = {k: v for k, v in (p.split('=', 1) for p in pairs)}
+    gold.update(heteronyms('heteronyms.tsv'))
     # Letters read by name, capitalised as the letter-by-letter reader asks for them.
     for c in 'abcdefghijklmnopqrstuvwxyz':
         e = gold.get(c)
@@ -214,6 +221,7 @@ def map_ipa(ipa, table, vocab):
     s = ipa.replace(' ', '').replace('-', '')
     for a, b in table:
         s = s.replace(a, b)
+    s = s.replace('ɹɹ', 'ɹ')  # espeak writes a linking r twice
     return s if s and set(s) <= vocab and any(c not in 'ˈˌ' for c in s) else None
 
 
@@ -278,6 +286,7 @@ def main():
     for c in 'abcdefghijklmnopqrstuvwxyz':
         p = map_ipa(espeak([c], 'en-gb')[c], GB_IPA, GB_VOCAB)
         gbg[c.upper()] = p
+    gbg.update(heteronyms('heteronyms-gb.tsv'))
     dump(gbg, os.path.join(outdir, 'gb_gold.json'))
     gbs = espeak(extra, 'en-gb')
     dump({w: p for w, p in ((w, map_ipa(gbs[w], GB_IPA, GB_VOCAB)) for w in extra) if p},

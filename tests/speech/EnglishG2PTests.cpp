@@ -155,6 +155,8 @@ TEST(EnglishG2P, BritishUsesItsOwnVowels) {
     EXPECT_NE(water.find("ː"), std::string::npos) << water;
     EXPECT_EQ(water.find("T"), std::string::npos) << water;
     EXPECT_EQ(gb.phonemize("waited").find("ɪd"), gb.phonemize("waited").size() - std::string("ɪd").size());
+    EXPECT_EQ(gb.phonemize("I have read a book."), "ˈI hˈav ɹˈɛd ə bˈʊk.");
+    EXPECT_EQ(gb.phonemize("We record the record."), "wˈiː ɹɪkˈɔːd ðə ɹˈɛkɔːd.");
 }
 
 TEST(EnglishG2P, BadInputNeverCrashesOrHangs) {
