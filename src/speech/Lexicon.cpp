@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <unistd.h>
@@ -163,10 +164,15 @@ void growDictionary(Lexicon::Dictionary& dict) {
 }
 
 Lexicon::Lexicon(bool british, const std::filesystem::path& dir) : british_(british) {
+    // The two files are independent: the second loads on its own thread while this one reads the first.
+    auto silver = std::async(std::launch::async, [path = dir / (british ? "gb_silver.json" : "us_silver.json")] {
+        auto dict = loadDictionary(path);
+        growDictionary(dict);
+        return dict;
+    });
     golds_ = loadDictionary(dir / (british ? "gb_gold.json" : "us_gold.json"));
-    silvers_ = loadDictionary(dir / (british ? "gb_silver.json" : "us_silver.json"));
     growDictionary(golds_);
-    growDictionary(silvers_);
+    silvers_ = silver.get();
     vocab_ = utf8::decode(british ? kGbVocab : kUsVocab);
 }
 
