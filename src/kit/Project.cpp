@@ -159,6 +159,7 @@ std::vector<Project::TrashedRecording> Project::trashed() const {
     try {
       t.title = RecordingStore(it->path()).loadHead().title;
     } catch (const std::exception&) {
+      // An entry whose head will not read is still listed under its slug, so it can be restored.
     }
     out.push_back(std::move(t));
   }

@@ -154,6 +154,7 @@ std::vector<RecentProduction> SessionStore::recentProductions() const {
     try {
       rp.title = RecordingStore(dir).loadHead().title;
     } catch (const std::exception&) {
+      // Listed under its folder's name; opening it reports what is wrong.
     }
     // production -> recordings -> project
     if (dir.parent_path().filename() == "recordings") rp.project = dir.parent_path().parent_path().filename().string();

@@ -290,6 +290,7 @@ void AppModel::showPanelTab(const std::string& tab) {
   try {
     session_.rememberPanelTab(tab);
   } catch (const std::exception&) {
+    // The session file is a convenience: the tab is open all the same, only not remembered.
   }
 }
 
@@ -301,6 +302,7 @@ void AppModel::setGroupCollapsed(const std::string& group, std::optional<bool> c
   try {
     session_.rememberCollapsed(collapsed_);
   } catch (const std::exception&) {
+    // The session file is a convenience: the panel folds all the same, only not remembered.
   }
 }
 

@@ -132,6 +132,7 @@ VariantsStore::Index AppModel::seededVariants(const fs::path& dir, const Recordi
       }
     }
   } catch (const std::exception&) {
+    // No manifest means no versions to look through; the open itself reports it.
   }
 
   std::error_code ec;

@@ -90,7 +90,8 @@ void AppStore::resume() {
   if (memory.project) {
     try {
       openProject(*memory.project);
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
+      production_.note("last project could not be opened: " + std::string(e.what()));
     }
   }
   go(Route::of(Page::library));
@@ -225,6 +226,7 @@ void AppStore::refresh() {
       summaries_ = currentProject_->recordings();
       trashed_ = currentProject_->trashed();
     } catch (const std::exception&) {
+      // An unreadable project folder shows empty; opening a recording in it names the fault.
     }
   }
 }
