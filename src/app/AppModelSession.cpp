@@ -187,8 +187,13 @@ void AppModel::restoreDraftIfAny(const RecordingStore& store) {
   switch (RecordingStore::standing(*draft, manifest)) {
     case RecordingStore::DraftStanding::restorable: {
       storeUnrecorded(draft->recording);
-      // The draft does not hold the script; the file has its single current state.
       loadBlocking(*baseDir_, draft->recording);
+      // A script edited but never written to its file lives only in the draft.
+      if (draft->blocking && *draft->blocking != storedBlocking_) {
+        Hold hold(*this);
+        storedBlocking_ = *draft->blocking;
+        compileBlocking();
+      }
       restoredDraft_ = true;
       settle();
       note("restored unsaved changes from " + draft->savedAt);
@@ -197,7 +202,7 @@ void AppModel::restoreDraftIfAny(const RecordingStore& store) {
     case RecordingStore::DraftStanding::savedSince:
       // A save cut off after its version landed leaves a draft of exactly what was
       // saved: it holds nothing unsaved, so there is no conflict to report.
-      if (stored_ && draft->recording == *stored_) {
+      if (stored_ && draft->recording == *stored_ && (!draft->blocking || *draft->blocking == storedBlocking_)) {
         store.clearDraft();
         break;
       }
@@ -300,7 +305,7 @@ void AppModel::writeDraftNow() {
   try {
     const RecordingStore store(*baseDir_);
     const auto manifest = store.manifest();
-    store.writeDraft(*stored_, manifest.head, actor_.wallNow());
+    store.writeDraft(*stored_, manifest.head, actor_.wallNow(), storedBlocking_);
   } catch (const std::exception&) {
   }
 }
