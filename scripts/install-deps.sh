@@ -8,6 +8,8 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  clang-14 libclang-rt-14-dev ccache  # the fuzz targets (-DTAVORIN_FUZZ=ON)
+  util-linux                        # prlimit, for the out-of-descriptors test
 )
 
 missing=()
