@@ -160,7 +160,7 @@ std::optional<RecordingStore::Draft> RecordingStore::readDraft() const noexcept 
     if (basedOn == j.end() || !basedOn->is_string() || savedAt == j.end() || !savedAt->is_string() ||
         rec == j.end())
       return std::nullopt;
-    Draft d{basedOn->get<std::string>(), savedAt->get<std::string>(), Recording::decode(rec->dump())};
+    Draft d{basedOn->get<std::string>(), savedAt->get<std::string>(), Recording::decode(rec->dump()), std::nullopt};
     d.recording.schema = Schema::normalize(d.recording.schema);
     if (auto blocking = j.find("blocking"); blocking != j.end()) {
       if (!blocking->is_string()) return std::nullopt;
@@ -266,6 +266,9 @@ std::optional<Clock::time_point> RecordingStore::parseIsoDate(std::string_view s
   if (at != s.size()) return std::nullopt;
 
   auto t = sys_days{ymd} + hours{*h} + minutes{*mi} + seconds{*se} - seconds{offset};
+  // The clock counts nanoseconds in 64 bits: years before 1678 or after 2261 do not fit.
+  if (t < ceil<seconds>(Clock::time_point::min()) || t > floor<seconds>(Clock::time_point::max()))
+    return std::nullopt;
   return time_point_cast<Clock::duration>(t);
 }
 

@@ -47,3 +47,15 @@ TEST(DocumentDecoders, DeepNestingIsRefusedWithoutExhaustingTheStack) {
   EXPECT_NE(refusal([&] { ProjectInfo::decode(R"({"name":)" + nested(100000) + "}"); }), "(no refusal)");
   EXPECT_NE(refusal([&] { VariantsStore::Index::decode(R"({"lines":)" + nested(100000) + "}"); }), "(no refusal)");
 }
+
+// Found by fuzzing variants.json: a date past what the clock can count overflowed it.
+TEST(DocumentDecoders, ADateTheClockCannotHoldIsNoDate) {
+  EXPECT_FALSE(RecordingStore::parseIsoDate("5208-03-01T00:00:00Z"));
+  EXPECT_FALSE(RecordingStore::parseIsoDate("1066-10-14T09:00:00Z"));
+  EXPECT_TRUE(RecordingStore::parseIsoDate("2261-12-31T23:59:59Z"));
+  EXPECT_TRUE(RecordingStore::parseIsoDate("1970-01-01T00:00:00+01:00"));
+  const std::string variant =
+      R"({"number":1,"file":"audio/l1.wav","text":"Words.","seconds":1.5,"made":"5208-03-01T00:00:00Z"})";
+  EXPECT_EQ(refusal([&] { VariantsStore::Index::decode(R"({"lines":{"l1":[)" + variant + R"(]},"removed":{}})"); }),
+            "audio/variants.json has a variant whose \"made\" is not an ISO 8601 date.");
+}
