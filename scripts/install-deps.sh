@@ -11,6 +11,8 @@ packages=(
   libicu-dev clang
   # The phonemiser's data is built from these (tools/build_speech_data.py).
   festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
+  clang-14 libclang-rt-14-dev ccache  # the fuzz targets (-DTAVORIN_FUZZ=ON)
+  util-linux                        # prlimit, for the out-of-descriptors test
 )
 
 missing=()

@@ -89,6 +89,9 @@ std::optional<Clock::time_point> IsoDate::parse(std::string_view s) {
   if (at != s.size()) return std::nullopt;
 
   auto t = sys_days{ymd} + hours{*h} + minutes{*mi} + seconds{*se} - seconds{offset};
+  // The clock counts nanoseconds in 64 bits: years before 1678 or after 2261 do not fit.
+  if (t < ceil<seconds>(Clock::time_point::min()) || t > floor<seconds>(Clock::time_point::max()))
+    return std::nullopt;
   return time_point_cast<Clock::duration>(t);
 }
 

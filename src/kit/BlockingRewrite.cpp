@@ -84,7 +84,9 @@ std::optional<std::string> setOffset(std::string_view source, int ordinal, doubl
   if (step->kind.is<Blocking::Kind::AnchorHeader>()) {
     header = step;
   } else {
-    if (!step->indent) return std::nullopt;
+    // A step the parser puts in no block (a line at the margin ended it) has no
+    // header to rewrite, however indented it is.
+    if (!step->indent || !step->anchor) return std::nullopt;
     for (const auto& candidate : steps)
       if (candidate.sourceLine < step->sourceLine && candidate.kind.is<Blocking::Kind::AnchorHeader>())
         header = &candidate;

@@ -69,7 +69,7 @@ ProjectInfo ProjectInfo::decode(std::string_view text) {
   json j;
   try {
     j = json::parse(text);
-  } catch (const json::parse_error&) {
+  } catch (const json::exception&) {  // a syntax error, or a number too large for a double
     throw DocumentError("project.json is not valid JSON.");
   }
   if (!j.is_object()) throw DocumentError("project.json is not a JSON object.");

@@ -82,6 +82,9 @@ Json parse(std::string_view text) {
     if (auto close = why.find("] "); why.rfind("[json.exception", 0) == 0 && close != std::string::npos)
       why = why.substr(close + 2);
     throw DocumentError("The document is not valid JSON: " + why + ".");
+  } catch (const Json::exception&) {
+    // The only other failure of parsing: a number past the range of a double.
+    throw DocumentError("The document is not valid JSON: it holds a number too large to read.");
   }
 }
 

@@ -64,7 +64,15 @@ class Reader {
   std::optional<T> optRecord(std::string_view key) const {
     const Json* v = find(key);
     if (!v) return std::nullopt;
-    return v->template get<T>();
+    // The same as get<T>(); clang 14 wrongly takes a nested struct with member
+    // initialisers (Zoom::Anchor) for one it cannot default-construct there.
+    if constexpr (std::is_aggregate_v<T>) {
+      T value{};
+      v->get_to(value);
+      return value;
+    } else {
+      return v->template get<T>();
+    }
   }
   template <class T>
   std::vector<T> list(std::string_view key) const {

@@ -33,7 +33,7 @@ std::string pad(long value, int width) {
 json parseDocument(const std::string& text, const fs::path& file) {
   try {
     return json::parse(text);
-  } catch (const json::parse_error&) {
+  } catch (const json::exception&) {  // a syntax error, or a number too large for a double
     throw DocumentError(file.filename().string() + " is not valid JSON.");
   }
 }
@@ -123,8 +123,10 @@ bool RecordingStore::hasDraft() const {
   return fs::exists(draftURL(), ec);
 }
 
-void RecordingStore::writeDraft(const Recording& recording, const std::string& basedOn, Clock::time_point now) const {
+void RecordingStore::writeDraft(const Recording& recording, const std::string& basedOn, Clock::time_point now,
+                                 const std::optional<std::string>& blocking) const {
   json j = {{"basedOn", basedOn}, {"savedAt", IsoDate::format(now)}, {"recording", json::parse(recording.encoded())}};
+  if (blocking) j["blocking"] = *blocking;
   AtomicFile::write(draftURL(), j.dump(2) + "\n");
 }
 
@@ -138,8 +140,12 @@ std::optional<RecordingStore::Draft> RecordingStore::readDraft() const noexcept 
     if (basedOn == j.end() || !basedOn->is_string() || savedAt == j.end() || !savedAt->is_string() ||
         rec == j.end())
       return std::nullopt;
-    Draft d{basedOn->get<std::string>(), savedAt->get<std::string>(), Recording::decode(rec->dump())};
+    Draft d{basedOn->get<std::string>(), savedAt->get<std::string>(), Recording::decode(rec->dump()), std::nullopt};
     d.recording.schema = Schema::normalize(d.recording.schema);
+    if (auto blocking = j.find("blocking"); blocking != j.end()) {
+      if (!blocking->is_string()) return std::nullopt;
+      d.blocking = blocking->get<std::string>();
+    }
     return d;
   } catch (...) {
     return std::nullopt;

@@ -41,6 +41,8 @@ struct RecordingStore {
     std::string basedOn;
     std::string savedAt;
     Recording recording;
+    // The stage script as it was edited; nothing in a draft from before the script was kept.
+    std::optional<std::string> blocking;
   };
 
   // How a draft on disk stands against the manifest.
@@ -69,7 +71,8 @@ struct RecordingStore {
   void setHead(const std::string& name) const;
 
   bool hasDraft() const;
-  void writeDraft(const Recording& recording, const std::string& basedOn, Clock::time_point now = Clock::now()) const;
+  void writeDraft(const Recording& recording, const std::string& basedOn, Clock::time_point now = Clock::now(),
+                  const std::optional<std::string>& blocking = std::nullopt) const;
   // Nothing for any failure: a draft that will not read is as good as none.
   std::optional<Draft> readDraft() const noexcept;
   void clearDraft() const noexcept;

@@ -145,7 +145,7 @@ VariantsStore::Index VariantsStore::Index::decode(std::string_view text) {
   json j;
   try {
     j = json::parse(text);
-  } catch (const json::parse_error&) {
+  } catch (const json::exception&) {  // a syntax error, or a number too large for a double
     bad("is not valid JSON");
   }
   if (!j.is_object()) bad("is not a JSON object");

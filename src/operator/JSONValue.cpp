@@ -144,7 +144,33 @@ std::string JSONValue::pretty() const {
   }
 }
 
+namespace {
+// Converting and encoding walk a value recursively, so a line of a few thousand
+// nested brackets would overflow the stack; no document of ours nests past a dozen.
+constexpr int maxNesting = 512;
+
+void refuseDeepNesting(std::string_view text) {
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') ++i;
+      else if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > maxNesting)
+        throw std::runtime_error("JSON nested more than " + std::to_string(maxNesting) + " levels deep");
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+}
+}  // namespace
+
 JSONValue JSONValue::decode(std::string_view text) {
+  refuseDeepNesting(text);
   json j;
   try {
     j = json::parse(text.begin(), text.end());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "TestSupport.hpp"
 #include "kit/BlockingRewrite.hpp"
 
 using namespace tavorin;
@@ -50,4 +51,27 @@ TEST(BlockingRewrite, Numbers) {
   EXPECT_EQ(BlockingRewrite::number(-0.0004), "");
   EXPECT_EQ(BlockingRewrite::number(-1.5), "-1.5");
   EXPECT_EQ(BlockingRewrite::number(120), "120");
+}
+
+// Found by fuzzing: a line at the margin ends the block, and the indented steps
+// after it belong to none, so there is no header of theirs to rewrite.
+TEST(BlockingRewrite, AStepCutOffFromItsBlockHasNoOffsetToSet) {
+  const std::string script = "cue welcome\n    with l2 offset 0.4:\n        wait 1\nclick 1 2\n        wait 1.2\n";
+  EXPECT_EQ(BlockingRewrite::offset(script, 3), 0.4);
+  EXPECT_FALSE(BlockingRewrite::offset(script, 5));
+  EXPECT_FALSE(BlockingRewrite::setOffset(script, 5, 2.0));
+  EXPECT_EQ(BlockingRewrite::setOffset(script, 3, 2.0),
+            "cue welcome\n    with l2 offset 2:\n        wait 1\nclick 1 2\n        wait 1.2\n");
+
+  // The fuzzer's own input: every step that can be set reads back what was set.
+  const std::string found =
+      test::readFile(std::string(TAVORIN_TEST_DATA) + "/fuzz/blocking-margin-line-inside-a-block.stage");
+  for (int id = 1; id < 80; ++id) {
+    const double before = BlockingRewrite::offset(found, id).value_or(0);
+    const auto rewritten = BlockingRewrite::setOffset(found, id, before + 1.25);
+    if (!rewritten) continue;
+    const auto after = BlockingRewrite::offset(*rewritten, id);
+    ASSERT_TRUE(after) << "step " << id;
+    EXPECT_NEAR(*after, before + 1.25, 0.0005) << "step " << id;
+  }
 }

@@ -168,7 +168,7 @@ TEST(RecordingStore, ADraftThatWillNotDecodeIsNoDraftAndStaysOnDisk) {
 TEST(RecordingStore, ADraftStandsByItsBaseAgainstTheManifest) {
   using S = RecordingStore::DraftStanding;
   RecordingStore::Manifest m{"v0002-b.json", {"v0001-a.json", "v0002-b.json"}};
-  RecordingStore::Draft d{"v0002-b.json", "", sample()};
+  RecordingStore::Draft d{"v0002-b.json", "", sample(), std::nullopt};
   EXPECT_EQ(RecordingStore::standing(d, m), S::restorable);
   d.basedOn = "v0001-a.json";
   EXPECT_EQ(RecordingStore::standing(d, m), S::savedSince);

@@ -7,8 +7,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
+#include <memory>
+#include <sstream>
 #include <thread>
 
+#include "Loopback.hpp"
 #include "Processes.hpp"
 #include "TestSupport.hpp"
 #include "operator/JSONValue.hpp"
@@ -123,10 +127,19 @@ TEST_F(TavorinProcess, SigtermAndSigintTakeTheSameRoadOut) {
 }
 
 TEST_F(TavorinProcess, NoOperatorMeansNoServerAndNoControlFile) {
+  // How long this machine takes to publish the file when the switch is off; the
+  // switched run is then watched for well past that.
+  const auto started = std::chrono::steady_clock::now();
+  launch();
+  ASSERT_TRUE(waitForFile(control_, 5000ms));
+  const auto publishing = std::chrono::steady_clock::now() - started;
+  ::kill(app_.pid, SIGTERM);
+  ASSERT_EQ(waitFor(app_.pid, 3000ms), 0);
+  ASSERT_FALSE(fs::exists(control_));
+
   launch({"TAVORIN_NO_OPERATOR="});
-  std::this_thread::sleep_for(400ms);
+  EXPECT_FALSE(waitForFile(control_, std::chrono::duration_cast<std::chrono::milliseconds>(publishing * 3) + 200ms));
   EXPECT_EQ(waitFor(app_.pid, 0ms), -1);  // still running
-  EXPECT_FALSE(fs::exists(control_));
   ::kill(app_.pid, SIGTERM);
   EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
 }
@@ -137,4 +150,49 @@ TEST_F(TavorinProcess, ASnapshotRunSaysThereIsNoWindowAndEnds) {
   EXPECT_EQ(test::readFile(app_.err), "snapshot: no window available for snapshot\n");
   EXPECT_FALSE(fs::exists(control_));
   EXPECT_FALSE(fs::exists(dir_ / "shot.png"));
+}
+
+namespace {
+// The studio's own CPU time so far (user and system), from /proc.
+std::chrono::duration<double> cpuTime(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skip;
+  for (int i = 3; i < 14; ++i) fields >> skip;  // state .. cmajflt
+  long user = 0, system = 0;
+  fields >> user >> system;
+  return std::chrono::duration<double>(static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK)));
+}
+
+std::string request(const std::string& token, const std::string& verb) {
+  return R"({"token":")" + token + R"(","command":{"verb":")" + verb + R"(","args":{}}})" "\n";
+}
+}  // namespace
+
+TEST_F(TavorinProcess, OutOfDescriptorsTheStudioRestsAndQuitStillGetsThrough) {
+  app_ = spawn("/usr/bin/prlimit", {"--nofile=32:32", "--", (programs() / "tavorin").string()}, env_, dir_.path());
+  ASSERT_TRUE(waitForFile(control_, 5000ms)) << test::readFile(app_.err);
+  const auto control = OperatorControlFile::read(control_);
+  test::LineClient first(control.port);
+  first.write(request(control.token, "ping"));
+  ASSERT_EQ(first.line(), "{\"data\":{\"pong\":true},\"ok\":true}\n");
+
+  // More connections than the studio has descriptors: the rest wait in the backlog,
+  // and every accept fails with EMFILE.
+  std::vector<std::unique_ptr<test::LineClient>> crowd;
+  for (int i = 0; i < 48; ++i) crowd.push_back(std::make_unique<test::LineClient>(control.port));
+  std::this_thread::sleep_for(100ms);
+
+  const auto cpuBefore = cpuTime(app_.pid);
+  const auto wallBefore = std::chrono::steady_clock::now();
+  std::this_thread::sleep_for(500ms);
+  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - wallBefore;
+  const auto busy = cpuTime(app_.pid) - cpuBefore;
+  // Spinning on accept shows as a whole core; resting, a few wake-ups.
+  EXPECT_LT(busy.count(), 0.1 * wall.count()) << busy.count() << " s of CPU in " << wall.count() << " s";
+
+  first.write(request(control.token, "quit"));
+  EXPECT_EQ(first.line(), "{\"data\":{\"quitting\":true},\"ok\":true}\n");
+  EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <mutex>
 
 #include "Loopback.hpp"
@@ -87,9 +88,15 @@ TEST(Tavorinctl, VerbsListsTheWholeManifestByGroup) {
     else if (!line.empty())
       groups.push_back(line);
   }
-  EXPECT_EQ(verbs.size(), 190u);
+  // The names as listed, without their parameters, are the manifest's, each once.
+  std::vector<std::string> names;
+  for (const auto& v : verbs) names.push_back(v.substr(0, v.find(' ')));
+  std::vector<std::string> expected;
+  for (const auto& row : OperatorManifest::verbs()) expected.push_back(row.name);
+  std::sort(names.begin(), names.end());
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(names, expected);
   EXPECT_EQ(groups, OperatorManifest::groups());
-  ASSERT_EQ(groups.size(), 19u);
   // Each verb under its own group, optional parameters marked.
   EXPECT_NE(ran.out.find("status\n  ping\n  status\n"), std::string::npos);
   EXPECT_NE(std::find(verbs.begin(), verbs.end(), "toasts dismiss?"), verbs.end());

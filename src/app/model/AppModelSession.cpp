@@ -189,8 +189,13 @@ void AppModel::restoreDraftIfAny(const RecordingStore& store) {
   switch (RecordingStore::standing(*draft, manifest)) {
     case RecordingStore::DraftStanding::restorable: {
       storeUnrecorded(draft->recording);
-      // The draft does not hold the script; the file has its single current state.
       loadBlocking(*baseDir_, draft->recording);
+      // A script edited but never written to its file lives only in the draft.
+      if (draft->blocking && *draft->blocking != storedBlocking_) {
+        Hold hold(*this);
+        storedBlocking_ = *draft->blocking;
+        compileBlocking();
+      }
       restoredDraft_ = true;
       settle();
       note("restored unsaved changes from " + draft->savedAt);
@@ -199,7 +204,7 @@ void AppModel::restoreDraftIfAny(const RecordingStore& store) {
     case RecordingStore::DraftStanding::savedSince:
       // A save cut off after its version landed leaves a draft of exactly what was
       // saved: it holds nothing unsaved, so there is no conflict to report.
-      if (stored_ && draft->recording == *stored_) {
+      if (stored_ && draft->recording == *stored_ && (!draft->blocking || *draft->blocking == storedBlocking_)) {
         store.clearDraft();
         break;
       }
@@ -302,12 +307,12 @@ void AppModel::writeDraftNow() {
   if (!stored_ || !baseDir_ || viewingVersion_) return;
   offloader_.offload(
       [lane = draftLane_, generation = draftLane_->generation, dir = *baseDir_, rec = *stored_,
-       now = actor_.wallNow()] {
+       blocking = storedBlocking_, now = actor_.wallNow()] {
         std::lock_guard hold(lane->lock);
         // Saved or discarded since this copy was taken: the draft it would write is stale.
         if (lane->generation != generation) return;
         const RecordingStore store(dir);
-        store.writeDraft(rec, store.manifest().head, now);
+        store.writeDraft(rec, store.manifest().head, now, blocking);
       },
       alive_.guard([this](std::exception_ptr failure) {
         if (!failure) return;
@@ -326,7 +331,7 @@ void AppModel::writeDraftInPlace() {
   std::lock_guard hold(draftLane_->lock);
   try {
     const RecordingStore store(*baseDir_);
-    store.writeDraft(*stored_, store.manifest().head, actor_.wallNow());
+    store.writeDraft(*stored_, store.manifest().head, actor_.wallNow(), storedBlocking_);
   } catch (const std::exception& e) {
     note(std::string("draft not written: ") + e.what());
   }

@@ -7,10 +7,12 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <deque>
 #include <random>
 
 #include "app/service/OperatorService.hpp"
@@ -24,18 +26,39 @@ constexpr auto tuple = asio::experimental::as_tuple(asio::use_awaitable);
 
 namespace {
 
-// One client connection. Answers may finish out of order when a verb waits, so
-// writes go through a queue: one async_write at a time on the socket.
+// A line longer than this is refused before its token is read: no request of ours
+// comes near it, and the receive buffer is bounded by it.
+constexpr std::size_t maxLineBytes = 16u << 20;
+// A connection whose client does not read its answers stops being read once this
+// much is waiting to be sent, or this many answers are still being worked out.
+constexpr std::size_t maxUnsentBytes = 4u << 20;
+constexpr int maxAnswersOwed = 4096;
+// With no descriptors left, accept fails at once; waiting a little keeps the main
+// actor free for the connections already open.
+constexpr auto acceptBackoff = std::chrono::milliseconds(50);
+
+// One client connection. Answers may finish out of order when a verb waits; those
+// ready while a write is in flight are sent together in the next write.
 struct Connection : std::enable_shared_from_this<Connection> {
-  explicit Connection(tcp::socket s) : socket(std::move(s)) {}
+  explicit Connection(tcp::socket s) : socket(std::move(s)), wake(socket.get_executor()) {
+    wake.expires_at(asio::steady_timer::time_point::max());
+  }
   tcp::socket socket;
-  std::deque<std::string> outbox;
+  // Wakes the reader when the answers it waits for have drained.
+  asio::steady_timer wake;
+  std::string sending;  // the bytes of the write in flight
+  std::string outbox;   // answers that came while it was in flight
   bool writing = false;
   bool readDone = false;
+  bool dead = false;
   int answersOwed = 0;
 
+  std::size_t unsentBytes() const { return sending.size() + outbox.size(); }
+  bool congested() const { return unsentBytes() > maxUnsentBytes || answersOwed > maxAnswersOwed; }
+
   void send(std::string line) {
-    outbox.push_back(std::move(line));
+    if (dead) return;
+    outbox += line;
     if (!writing) writeNext();
   }
 
@@ -46,22 +69,40 @@ struct Connection : std::enable_shared_from_this<Connection> {
       return;
     }
     writing = true;
+    sending.clear();
+    std::swap(sending, outbox);
     auto self = shared_from_this();
-    asio::async_write(socket, asio::buffer(outbox.front()), [self](std::error_code, std::size_t) {
-      // A failed send is ignored: the verb's effect stands.
-      self->outbox.pop_front();
+    asio::async_write(socket, asio::buffer(sending), [self](std::error_code ec, std::size_t) {
+      // The verb's effect stands; a client that will not take its answer loses the rest.
+      if (ec) return self->end();
+      if (!self->congested()) self->wake.cancel();
       self->writeNext();
     });
+  }
+
+  // Closes at once and lets go of every unsent answer.
+  void end() {
+    dead = true;
+    writing = false;
+    std::string().swap(sending);
+    std::string().swap(outbox);
+    std::error_code ignored;
+    socket.shutdown(tcp::socket::shutdown_both, ignored);
+    socket.close(ignored);
+    wake.cancel();
+  }
+
+  void answered(std::string reply) {
+    answersOwed--;
+    if (!reply.empty()) send(std::move(reply));
+    else closeIfFinished();
+    if (!congested()) wake.cancel();
   }
 
   // Once the client has stopped sending, the connection ends when every line it
   // sent has had its answer written.
   void closeIfFinished() {
-    if (readDone && answersOwed == 0 && !writing && outbox.empty()) {
-      std::error_code ec;
-      socket.shutdown(tcp::socket::shutdown_both, ec);
-      socket.close(ec);
-    }
+    if (!dead && readDone && answersOwed == 0 && !writing && outbox.empty()) end();
   }
 };
 
@@ -69,7 +110,8 @@ struct Connection : std::enable_shared_from_this<Connection> {
 
 struct OperatorServer::Impl {
   asio::io_context& context;
-  std::optional<tcp::acceptor> acceptor;
+  // Shared with the accept loop, which may be waiting out a backoff when `stop` lets go.
+  std::shared_ptr<tcp::acceptor> acceptor;
   // Connections and answers hold this, not the server: once the server is gone
   // they find it empty and stop.
   std::shared_ptr<OperatorServer*> alive;
@@ -96,44 +138,81 @@ asio::awaitable<void> answer(std::shared_ptr<OperatorServer*> alive, std::shared
                              std::string line) {
   std::string reply;
   if (OperatorServer* server = *alive) reply = co_await server->respond(std::move(line));
-  connection->answersOwed--;
-  if (!reply.empty()) connection->send(std::move(reply));
-  else connection->closeIfFinished();
+  connection->answered(std::move(reply));
 }
 
 asio::awaitable<void> receive(std::shared_ptr<OperatorServer*> alive, std::shared_ptr<Connection> connection) {
   auto executor = co_await asio::this_coro::executor;
   std::string buffer;
+  std::size_t scanned = 0;     // bytes of the buffer already known to hold no line feed
+  bool skippingLine = false;   // inside a line too long to keep, until its line feed
   std::vector<char> chunk(0x10000);
+  auto startAnswer = [&](std::string line) {
+    connection->answersOwed++;
+    asio::co_spawn(executor, answer(alive, connection, std::move(line)), asio::detached);
+  };
   for (;;) {
+    while (connection->congested() && !connection->dead) {
+      connection->wake.expires_at(asio::steady_timer::time_point::max());
+      co_await connection->wake.async_wait(tuple);
+    }
+    if (connection->dead) co_return;
     auto [ec, n] = co_await connection->socket.async_read_some(asio::buffer(chunk), tuple);
     if (!*alive) {
-      std::error_code ignored;
-      connection->socket.close(ignored);
+      connection->end();
       co_return;
     }
+    if (connection->dead) co_return;
     buffer.append(chunk.data(), n);
     // Cut out every whole line; what follows the last line feed waits for more bytes.
     std::size_t from = 0;
-    for (std::size_t lf; (lf = buffer.find('\n', from)) != std::string::npos; from = lf + 1) {
+    for (std::size_t lf; (lf = buffer.find('\n', std::max(from, scanned))) != std::string::npos; from = lf + 1) {
+      if (skippingLine) {
+        skippingLine = false;
+        continue;
+      }
       std::string line = buffer.substr(from, lf + 1 - from);
       if (!OperatorWire::isUTF8(line)) continue;  // dropped with no answer
-      connection->answersOwed++;
-      asio::co_spawn(executor, answer(alive, connection, std::move(line)), asio::detached);
+      startAnswer(std::move(line));
     }
     buffer.erase(0, from);
+    scanned = buffer.size();
+    if (buffer.size() > maxLineBytes) {
+      // Answered as malformed once; the rest of it is read and dropped.
+      if (!skippingLine) startAnswer(std::string());
+      skippingLine = true;
+      buffer.clear();
+      scanned = 0;
+    }
     if (ec) break;
   }
   connection->readDone = true;
   connection->closeIfFinished();
 }
 
-asio::awaitable<void> acceptLoop(std::shared_ptr<OperatorServer*> alive, tcp::acceptor& acceptor) {
+bool outOfDescriptors(const std::error_code& ec) {
+  return ec == asio::error::no_descriptors || ec == std::errc::too_many_files_open_in_system ||
+         ec == asio::error::no_buffer_space || ec == asio::error::no_memory;
+}
+
+asio::awaitable<void> acceptLoop(std::shared_ptr<OperatorServer*> alive, std::shared_ptr<tcp::acceptor> held) {
+  tcp::acceptor& acceptor = *held;
   auto executor = co_await asio::this_coro::executor;
+  asio::steady_timer backoff(executor);
   for (;;) {
     auto [ec, socket] = co_await acceptor.async_accept(tuple);
     if (!*alive || ec == asio::error::operation_aborted || !acceptor.is_open()) co_return;
-    if (ec) continue;
+    if (ec) {
+      if (outOfDescriptors(ec)) {
+        backoff.expires_after(acceptBackoff);
+        co_await backoff.async_wait(tuple);
+        if (!*alive || !acceptor.is_open()) co_return;
+      }
+      continue;
+    }
+    std::error_code ignored;
+    // Each answer is one small write; Nagle would hold it for the client's delayed ack.
+    socket.set_option(tcp::no_delay(true), ignored);
     auto connection = std::make_shared<Connection>(std::move(socket));
     asio::co_spawn(executor, receive(alive, connection), asio::detached);
   }
@@ -142,14 +221,15 @@ asio::awaitable<void> acceptLoop(std::shared_ptr<OperatorServer*> alive, tcp::ac
 }  // namespace
 
 int OperatorServer::start(bool writeControlFile) {
-  tcp::acceptor& acceptor = impl_->acceptor.emplace(impl_->context);
+  impl_->acceptor = std::make_shared<tcp::acceptor>(impl_->context);
+  tcp::acceptor& acceptor = *impl_->acceptor;
   const tcp::endpoint endpoint(asio::ip::address_v4::loopback(), 0);
   acceptor.open(endpoint.protocol());
   acceptor.set_option(tcp::acceptor::reuse_address(true));
   acceptor.bind(endpoint);
   acceptor.listen();
   port_ = acceptor.local_endpoint().port();
-  asio::co_spawn(impl_->context, acceptLoop(impl_->alive, acceptor), asio::detached);
+  asio::co_spawn(impl_->context, acceptLoop(impl_->alive, impl_->acceptor), asio::detached);
 
   if (writeControlFile) {
     OperatorControlFile file;

@@ -155,3 +155,24 @@ TEST_F(AppModelBlockingTest, JogStepsOffTheCueItStandsOn) {
   EXPECT_DOUBLE_EQ(model.stepCue("next"), 2.25);
   EXPECT_DOUBLE_EQ(model.stepCue("next"), 4.5);
 }
+
+TEST_F(AppModelBlockingTest, AScriptEditNeverSavedSurvivesQuitAndTheNextOpenRestoresIt) {
+  const std::string edited = script + "    click 30 40\n";
+  model.replaceBlocking(edited);
+  ASSERT_TRUE(model.dirty());
+  model.flushDraft();  // what quitting does
+
+  // The file still holds the saved script; the draft holds the edit.
+  EXPECT_EQ(test::readFile(dir / "blocking.stage"), script);
+  ManualMainActor nextActor;
+  AppModel next{nextActor, SessionStore(tmp / "session.json"), pasteboard};
+  next.open(dir);
+  EXPECT_EQ(next.blocking(), edited);
+  EXPECT_TRUE(next.dirty());
+  EXPECT_TRUE(next.blockingDirty());
+  EXPECT_EQ(next.blockingSteps().size(), 7u);  // the new step is compiled, not just held
+
+  // Saving the script puts the edit in its file.
+  next.saveBlocking();
+  EXPECT_EQ(test::readFile(dir / "blocking.stage"), edited);
+}

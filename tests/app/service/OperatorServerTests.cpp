@@ -1,9 +1,17 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
 #include <asio/use_future.hpp>
+#include <algorithm>
+#include <cctype>
+#include <functional>
 #include <thread>
 
 #include "Loopback.hpp"
@@ -165,6 +173,124 @@ TEST_F(OperatorServerTest, UnknownVerbsNameTheSpellingSent) {
   EXPECT_EQ(p.line(), "{\"error\":\"unknown verb 'PING'. Try: tavorinctl verbs\",\"ok\":false}\n");
 }
 
+namespace {
+
+int rawConnect(int port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(static_cast<uint16_t>(port));
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  return fd;
+}
+
+int openDescriptors() {
+  int n = 0;
+  for ([[maybe_unused]] const auto& e : fs::directory_iterator("/proc/self/fd")) ++n;
+  return n;
+}
+
+// Polls `done` until it holds or five seconds pass.
+bool eventually(const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+}  // namespace
+
+TEST_F(OperatorServerTest, AClientThatHangsUpWithoutReadingIsReleased) {
+  const int before = openDescriptors();
+  for (int round = 0; round < 20; ++round) {
+    const int fd = rawConnect(port_);
+    std::string many;
+    for (int i = 0; i < 50; ++i) many += request("good-token", "status");
+    ASSERT_EQ(::send(fd, many.data(), many.size(), MSG_NOSIGNAL), static_cast<ssize_t>(many.size()));
+    // A reset rather than a polite close: the answers' writes fail.
+    linger hard{1, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    ::close(fd);
+  }
+  EXPECT_TRUE(eventually([&] { return openDescriptors() <= before; }))
+      << openDescriptors() << " descriptors open, " << before << " before";
+  Peer after(port_);
+  after.write(request("good-token", "ping"));
+  EXPECT_EQ(after.line(), pong);
+}
+
+TEST_F(OperatorServerTest, AClientThatNeverReadsIsHeldBackAndLosesNothing) {
+  const int fd = rawConnect(port_);
+  ::fcntl(fd, F_SETFL, O_NONBLOCK);
+  std::string batch;
+  for (int i = 0; i < 1000; ++i) batch += request("good-token", "ping");
+  // Write until the server stops taking lines: it must, long before 64 MiB.
+  long sent = 0;
+  std::size_t offset = 0;
+  for (;;) {
+    const ssize_t n = ::send(fd, batch.data() + offset, batch.size() - offset, MSG_NOSIGNAL);
+    if (n > 0) {
+      offset += static_cast<std::size_t>(n);
+      if (offset == batch.size()) offset = 0, sent += 1000;
+      ASSERT_LT(sent * static_cast<long>(batch.size() / 1000), 64L << 20) << "the server never pushed back";
+      continue;
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    pollfd p{fd, POLLOUT, 0};
+    if (::poll(&p, 1, 500) == 0) break;  // held back for half a second
+  }
+  const long lines = sent + static_cast<long>(std::count(batch.begin(), batch.begin() + offset, '\n'));
+  // Now read: every line written has its answer, and the rest of a cut line waits.
+  const std::string tail = batch.substr(offset, batch.find('\n', offset) + 1 - offset);
+  long answers = 0;
+  std::string carry;
+  char buf[65536];
+  bool tailSent = offset % (batch.size() / 1000) == 0;
+  while (answers < lines + (tailSent ? 0 : 1)) {
+    pollfd p{fd, static_cast<short>(POLLIN | (tailSent ? 0 : POLLOUT)), 0};
+    ASSERT_GT(::poll(&p, 1, 5000), 0) << answers << " of " << lines << " answers";
+    if (!tailSent && (p.revents & POLLOUT)) {
+      ASSERT_EQ(::send(fd, tail.data(), tail.size(), MSG_NOSIGNAL), static_cast<ssize_t>(tail.size()));
+      tailSent = true;
+    }
+    if (!(p.revents & POLLIN)) continue;
+    const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+    ASSERT_GT(n, 0);
+    carry.append(buf, static_cast<std::size_t>(n));
+    std::size_t at = 0;
+    for (std::size_t lf; (lf = carry.find('\n', at)) != std::string::npos; at = lf + 1) {
+      ASSERT_EQ(carry.substr(at, lf + 1 - at), pong);
+      ++answers;
+    }
+    carry.erase(0, at);
+  }
+  ::close(fd);
+}
+
+TEST_F(OperatorServerTest, ALineOverSixteenMebibytesIsRefusedAndTheConnectionGoesOn) {
+  Peer p(port_);
+  p.write(R"({"token":"good-token","command":{"verb":"ping","args":{"pad":")" + std::string(17u << 20, 'p') +
+          "\"}}}\n");
+  EXPECT_EQ(p.line(), malformed);
+  p.write(request("good-token", "ping"));
+  EXPECT_EQ(p.line(), pong);
+}
+
+TEST_F(OperatorServerTest, DeepNestingIsAMalformedRequestNotACrash) {
+  Peer p(port_);
+  p.write(std::string(100000, '[') + std::string(100000, ']') + "\n");
+  EXPECT_EQ(p.line(), malformed);
+  const std::string deepArg = R"({"token":"good-token","command":{"verb":"ping","args":{"a":)" +
+                              std::string(30000, '[') + std::string(30000, ']') + "}}}\n";
+  p.write(deepArg);
+  EXPECT_EQ(p.line(), malformed);
+  p.write(request("good-token", "ping"));
+  EXPECT_EQ(p.line(), pong);
+}
+
 TEST(OperatorServerRespond, WorksWithoutASocket) {
   asio::io_context context;
   AsioMainActor actor(context);
@@ -182,10 +308,16 @@ TEST(OperatorServerRespond, WorksWithoutASocket) {
   EXPECT_FALSE(server.port());
 }
 
-TEST(OperatorServerToken, IsTwoFreshUUIDs) {
+TEST(OperatorServerToken, IsAFreshVersion4UUIDEachTime) {
   const std::string a = freshUUID(), b = freshUUID();
-  EXPECT_EQ(a.size(), 36u);
   EXPECT_NE(a, b);
-  EXPECT_EQ((a + b).size(), 72u);
-  EXPECT_EQ(a[14], '4');
+  for (const std::string& u : {a, b}) {
+    ASSERT_EQ(u.size(), 36u) << u;
+    for (std::size_t i = 0; i < u.size(); ++i) {
+      if (i == 8 || i == 13 || i == 18 || i == 23) EXPECT_EQ(u[i], '-') << u;
+      else EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(u[i])) || (u[i] >= 'A' && u[i] <= 'F')) << u;
+    }
+    EXPECT_EQ(u[14], '4') << u;
+    EXPECT_NE(std::string("89AB").find(u[19]), std::string::npos) << u;
+  }
 }
