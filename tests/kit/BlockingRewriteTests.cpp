@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include "TestSupport.hpp"
@@ -65,7 +66,7 @@ TEST(BlockingRewrite, AStepCutOffFromItsBlockHasNoOffsetToSet) {
 
   // The fuzzer's own input: every step that can be set reads back what was set.
   const std::string found =
-      test::readFile(std::string(TAVORIN_TEST_DATA) + "/fuzz/blocking-margin-line-inside-a-block.stage");
+      test::readFile(std::filesystem::path(TAVORIN_TEST_DATA) / "fuzz" / "blocking-margin-line-inside-a-block.stage");
   for (int id = 1; id < 80; ++id) {
     const double before = BlockingRewrite::offset(found, id).value_or(0);
     const auto rewritten = BlockingRewrite::setOffset(found, id, before + 1.25);
