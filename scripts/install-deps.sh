@@ -8,6 +8,8 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libsoxr-dev
+  libsdl2-dev libfontconfig-dev ffmpeg fonts-dejavu-core
 )
 
 missing=()
