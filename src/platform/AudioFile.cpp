@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -51,6 +52,10 @@ struct Source {
 };
 
 Source open(const std::filesystem::path& path) {
+  // A damaged file is answered with a sentence; the library's own chatter on the
+  // terminal says nothing more to a user.
+  static std::once_flag quiet;
+  std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
   const std::string name = path.filename().string();
   Source source;
   AVFormatContext* raw = nullptr;
@@ -113,8 +118,12 @@ AudioFile::Decoded AudioFile::decode(const std::filesystem::path& path, double f
   out.sampleRate = codec->sample_rate;
   out.channels = channels;
 
+  // A mono file sounds the same on every side: copied out, not spread at -3 dB as a
+  // downmix matrix would.
+  const bool spread = codec->ch_layout.nb_channels == 1 && channels > 1;
+  const int converting = spread ? 1 : channels;
   AVChannelLayout layout;
-  av_channel_layout_default(&layout, channels);
+  av_channel_layout_default(&layout, converting);
   SwrContext* rawSwr = nullptr;
   if (swr_alloc_set_opts2(&rawSwr, &layout, AV_SAMPLE_FMT_FLT, codec->sample_rate, &codec->ch_layout,
                           codec->sample_fmt, codec->sample_rate, 0, nullptr) < 0)
@@ -128,15 +137,19 @@ AudioFile::Decoded AudioFile::decode(const std::filesystem::path& path, double f
       seconds ? skip + static_cast<std::uint64_t>(std::llround(std::max(*seconds, 0.0) * out.sampleRate)) : UINT64_MAX;
   std::uint64_t seen = 0;  // frames of the file passed so far
   std::vector<float> chunk;
+  std::vector<float> mono;
 
   decodeFrames(source, name, [&](AVFrame* frame) {
     // Format conversion only, so the output has exactly the frame's count.
     chunk.resize(std::size_t(frame->nb_samples) * channels);
-    auto* target = reinterpret_cast<uint8_t*>(chunk.data());
+    if (spread) mono.resize(frame->nb_samples);
+    auto* target = reinterpret_cast<uint8_t*>(spread ? mono.data() : chunk.data());
     const int converted =
         swr_convert(swr.get(), &target, frame->nb_samples, const_cast<const uint8_t**>(frame->extended_data),
                     frame->nb_samples);
     if (converted < 0) throw UnreadableAudio(name);
+    if (spread)
+      for (int i = 0; i < converted; ++i) std::fill_n(chunk.begin() + std::size_t(i) * channels, channels, mono[i]);
     const std::uint64_t begin = seen;
     const std::uint64_t end = seen + converted;
     seen = end;
