@@ -53,9 +53,15 @@ std::vector<float> Peaks::peaks(const std::filesystem::path& path, int buckets, 
       total = std::max<std::uint64_t>(std::llround(span * rate), 1);
       bucketEnd = endOf(0);
     }
-    for (std::size_t i = 0; i < count; ++i) {
+    // A run of frames inside one slice at a time, so the inner loop is a plain maximum.
+    std::size_t i = 0;
+    while (i < count) {
       while (first + i >= bucketEnd && bucket + 1 < out.size()) bucketEnd = endOf(++bucket);
-      out[bucket] = std::max(out[bucket], frame[i]);
+      const std::size_t stop =
+          bucket + 1 < out.size() ? std::min<std::size_t>(count, bucketEnd - first) : count;
+      float peak = out[bucket];
+      for (; i < stop; ++i) peak = frame[i] > peak ? frame[i] : peak;
+      out[bucket] = peak;
     }
   });
   std::lock_guard lock(cacheLock);
