@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 
-#include "kit/Clipboard.hpp"
 
 namespace tavorin {
 
@@ -91,13 +90,6 @@ std::string Music::wouldNotCopy(std::string_view name, std::string_view reason) 
   return std::string(name) + " would not copy into audio/: " + std::string(reason);
 }
 
-TimelineItem Music::newLabel(const Recording& recording, double at, std::string text) {
-  TimelineItem label(Clipboard::freeId("g1", recording.itemIds()), ItemType::label);
-  label.start = std::isfinite(at) ? std::max(at, 0.0) : 0.0;
-  label.text = std::move(text);
-  return label;
-}
-
 std::string Music::addedEvent(std::string_view id, std::string_view name, double seconds, double at) {
   return format("music %.*s — %.*s, %.1fs at %.2f", int(id.size()), id.data(), int(name.size()), name.data(),
                 seconds, at);
@@ -114,11 +106,5 @@ std::string Music::gainEvent(std::string_view id, double db) {
 std::string Music::removedEvent(std::string_view id) {
   return "removed audio " + std::string(id) + " — Ctrl+Z puts it back";
 }
-
-std::string Music::labelEvent(std::string_view id, double at) {
-  return format("label %.*s at %.2f", int(id.size()), id.data(), at);
-}
-
-std::string Music::renamedEvent(std::string_view id) { return "label " + std::string(id) + " renamed"; }
 
 }  // namespace tavorin

@@ -8,8 +8,7 @@
 
 namespace tavorin {
 
-// Music beds: audio items that sit under the voice; and labels, notes on the
-// timeline that nothing else reads.
+// Music beds: audio items that sit under the voice.
 namespace Music {
 
 inline constexpr double minGain = -60.0;
@@ -49,16 +48,11 @@ std::string noLength(std::string_view name);
 // The sentence for a copy into music/ that failed, with the system's words.
 std::string wouldNotCopy(std::string_view name, std::string_view reason);
 
-// A new label at `at` (floored at 0) with the first free "g" id.
-TimelineItem newLabel(const Recording& recording, double at, std::string text);
-
 // The feed lines of the edits.
 std::string addedEvent(std::string_view id, std::string_view name, double seconds, double at);
 std::string trimmedEvent(std::string_view id, double in, double out);
 std::string gainEvent(std::string_view id, double db);
 std::string removedEvent(std::string_view id);
-std::string labelEvent(std::string_view id, double at);
-std::string renamedEvent(std::string_view id);
 
 }  // namespace Music
 

@@ -50,12 +50,6 @@ TEST(Music, IdsAndLookupsKeepBedsLabelsAndLinesApart) {
   EXPECT_EQ(Music::bed(recording, "m2"), nullptr);  // a line is no bed
   EXPECT_EQ(Music::label(recording, "m1"), nullptr);
   EXPECT_NE(Music::label(recording, "g1"), nullptr);
-
-  const auto label = Music::newLabel(recording, -5, "intro");
-  EXPECT_NE(label.id, "g1");
-  EXPECT_EQ(label.type, ItemType::label);
-  EXPECT_DOUBLE_EQ(*label.start, 0);
-  EXPECT_EQ(*label.text, "intro");
 }
 
 TEST(Music, ACollidingNameKeepsItsExtension) {
@@ -69,7 +63,6 @@ TEST(Music, SentencesAndFeedLines) {
   EXPECT_EQ(Music::noLength("empty.wav"), "empty.wav has no length this app can measure. Try a wav or an mp3.");
   EXPECT_EQ(Music::addedEvent("m1", "theme.wav", 12.34, 2), "music m1 — theme.wav, 12.3s at 2.00");
   EXPECT_EQ(Music::gainEvent("m1", -6), "music m1 gain -6.0 dB");
-  EXPECT_EQ(Music::labelEvent("g1", 3.456), "label g1 at 3.46");
 }
 
 }  // namespace
