@@ -4,6 +4,8 @@
 #include <asio/signal_set.hpp>
 #include <chrono>
 #include <cstdio>
+#include <mutex>
+#include <thread>
 
 #include "app/AppModel.hpp"
 #include "app/AppStore.hpp"
@@ -12,7 +14,9 @@
 #include "app/OperatorService.hpp"
 #include "kit/Pasteboard.hpp"
 #include "operator/BuildStamp.hpp"
+#include "platform/FontCatalog.hpp"
 #include "platform/FreedesktopTrash.hpp"
+#include "platform/SdlAudioOutput.hpp"
 #include "platform/TavorinPaths.hpp"
 
 namespace tavorin {
@@ -37,7 +41,42 @@ AppDelegate::AppDelegate(asio::io_context& context)
                                                   BuildStamp::currentExecutable()};
 }
 
-AppDelegate::~AppDelegate() = default;
+// Decoding threads post their result through this; once the delegate is gone they
+// find no actor and drop it.
+struct AppDelegate::DecodeGate {
+  std::mutex lock;
+  MainActor* actor = nullptr;
+};
+
+AppDelegate::~AppDelegate() {
+  if (decodeGate_) {
+    std::lock_guard guard(decodeGate_->lock);
+    decodeGate_->actor = nullptr;
+  }
+}
+
+void AppDelegate::attachAudio() {
+  try {
+    audio_ = std::make_unique<SdlAudioOutput>();
+  } catch (const std::exception& e) {
+    model_->note(e.what());
+    return;
+  }
+  decodeGate_ = std::make_shared<DecodeGate>();
+  decodeGate_->actor = actor_.get();
+  model_->attachAudio(*audio_, [gate = decodeGate_](auto work, auto done) {
+    std::thread([gate, work = std::move(work), done = std::move(done)] {
+      Transport::Program program;
+      try {
+        program = work();
+      } catch (const std::exception&) {
+        program = nullptr;  // a file that vanished mid-load plays nothing rather than crashing the studio
+      }
+      std::lock_guard guard(gate->lock);
+      if (gate->actor) gate->actor->post([done, program] { done(program); });
+    }).detach();
+  });
+}
 
 void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& arguments) {
   // SIGINT and SIGTERM take the same road out as `quit`.
@@ -46,6 +85,10 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
     if (!ec) terminate(0);
   });
 
+  attachAudio();
+  // fontconfig scans the system's faces the first time; the operator's first
+  // `fonts` should not wait for it.
+  std::thread([] { FontCatalog::registerHouseFaces(); }).detach();
   store_->bootstrap(arguments);
   startOperator();
 

@@ -16,6 +16,7 @@ class FreedesktopTrash;
 class AsioMainActor;
 class OperatorServer;
 class OperatorService;
+class AudioOutput;
 
 // The process itself: owns the store and the operator server, runs the launch
 // sequence and the orderly stop.
@@ -44,6 +45,11 @@ class AppDelegate {
   std::unique_ptr<AsioMainActor> actor_;
   std::unique_ptr<MemoryPasteboard> pasteboard_;
   std::unique_ptr<FreedesktopTrash> trash_;
+  // Declared before the model, so that it outlives the transport that plays into it.
+  std::unique_ptr<AudioOutput> audio_;
+  struct DecodeGate;
+  std::shared_ptr<DecodeGate> decodeGate_;
+  void attachAudio();
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<AppStore> store_;
   std::unique_ptr<OperatorService> service_;
