@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <mutex>
 #include <set>
 
+#include "base/Text.hpp"
 #include "kit/Subtitles.hpp"
 #include "platform/TavorinPaths.hpp"
 
@@ -15,10 +15,7 @@ namespace tavorin {
 
 namespace {
 
-std::string lower(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  return text;
-}
+using Text::lower;
 
 bool holdsFaces(const std::filesystem::path& folder) {
   std::error_code error;
