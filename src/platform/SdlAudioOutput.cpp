@@ -9,7 +9,11 @@
 
 namespace tavorin {
 
-SdlAudioOutput::SdlAudioOutput(int sampleRate, int channels) {
+SdlAudioOutput::SdlAudioOutput(int sampleRate, int channels) : rate_(sampleRate), channels_(channels) {}
+
+void SdlAudioOutput::open() {
+  const int sampleRate = rate_;
+  const int channels = channels_;
   if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0)
     throw std::runtime_error(std::string("No sound output could start: ") + SDL_GetError() + ".");
   SDL_AudioSpec want{};
@@ -32,11 +36,16 @@ SdlAudioOutput::SdlAudioOutput(int sampleRate, int channels) {
 }
 
 SdlAudioOutput::~SdlAudioOutput() {
+  if (device_ == 0) return;
   SDL_CloseAudioDevice(device_);
   SDL_QuitSubSystem(SDL_INIT_AUDIO);
 }
 
 void SdlAudioOutput::setRender(Render render) {
+  if (device_ == 0) {
+    if (!render) return;
+    open();
+  }
   // Swapped under the device's lock, so the callback sees the old or the new one whole.
   Render old;
   SDL_LockAudioDevice(device_);

@@ -7,12 +7,12 @@
 
 namespace tavorin {
 
-// The desktop's sound device through SDL2 audio. Opens at construction and runs
-// until destroyed, rendering silence while nothing plays, so that the clock never
-// stops and every start can be placed against it.
+// The desktop's sound device through SDL2 audio. Opens on the first sound, not at
+// launch, so a studio that never plays holds no device and says nothing about one;
+// from then it runs until destroyed, rendering silence while nothing plays, so that
+// the clock never stops and every start can be placed against it.
 class SdlAudioOutput final : public AudioOutput {
  public:
-  // Throws a sentence when no device opens.
   explicit SdlAudioOutput(int sampleRate = 48000, int channels = 2);
   ~SdlAudioOutput() override;
   SdlAudioOutput(const SdlAudioOutput&) = delete;
@@ -25,6 +25,8 @@ class SdlAudioOutput final : public AudioOutput {
 
  private:
   static void callback(void* self, unsigned char* stream, int bytes);
+  // Throws a sentence when no device opens.
+  void open();
 
   std::uint32_t device_ = 0;
   int rate_ = 0;

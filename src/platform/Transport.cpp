@@ -30,7 +30,14 @@ void Transport::start(const PlaybackPlan& plan, const std::filesystem::path& bas
           [this, act, alive](Program program) {
             if (alive.expired() || act != generation_ || !program) return;
             missing_ = program->missing;
-            playback_.play(std::move(program));
+            try {
+              playback_.play(std::move(program));
+            } catch (const std::exception& e) {
+              // No device to play through: the sentence stands where the transport reports.
+              missing_ = {e.what()};
+              state_ = State::stopped;
+              playingId_.reset();
+            }
           });
 }
 

@@ -98,13 +98,16 @@ TEST(Subtitles, FilterPathEscapesBothLevels) {
 std::string burn(const TempDir& dir, const std::filesystem::path& assFile, const std::string& text) {
   test::writeFile(assFile, text);
   const auto frame = dir / "frame.gray";
-  const std::string fonts = std::string(TAVORIN_TEST_DATA) + "/../../resources/fonts";
-  const auto run = test::spawn(
-      "/usr/bin/ffmpeg",
-      {"-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i", "color=black:s=320x180:d=1", "-vf",
-       "subtitles=filename=" + Subtitles::filterPath(assFile.string()) + ":fontsdir=" + Subtitles::filterPath(fonts),
-       "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "gray", frame.string()},
-      {}, dir.path());
+  const auto fonts = std::filesystem::path(TAVORIN_TEST_DATA).parent_path().parent_path() / "resources" / "fonts";
+  std::string filter = "subtitles=filename=";
+  filter.append(Subtitles::filterPath(assFile.string()));
+  filter.append(":fontsdir=");
+  filter.append(Subtitles::filterPath(fonts.string()));
+  const auto run = test::spawn("/usr/bin/ffmpeg",
+                               {"-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i", "color=black:s=320x180:d=1",
+                                "-vf", filter, "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "gray",
+                                frame.string()},
+                               {}, dir.path());
   const int status = test::waitFor(run.pid, std::chrono::seconds(60));
   EXPECT_EQ(status, 0) << test::readFile(run.err);
   return status == 0 ? test::readFile(frame) : std::string();
