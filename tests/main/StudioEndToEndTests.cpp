@@ -5,11 +5,13 @@
 #include "Loopback.hpp"
 #include "Processes.hpp"
 #include "TestSupport.hpp"
+#include "../platform/Wav.hpp"
 #include "operator/JSONValue.hpp"
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
 
 #include <sstream>
+#include <thread>
 
 using namespace tavorin;
 namespace fs = std::filesystem;
@@ -28,7 +30,7 @@ class StudioEndToEnd : public ::testing::Test {
   void SetUp() override {
     fs::create_directories(dir / "home");
     env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
-           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string()};
+           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(), "SDL_AUDIODRIVER=dummy"};
     app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
     ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
   }
@@ -189,4 +191,41 @@ TEST_F(StudioEndToEnd, TheDemoStageScriptThroughTavorinctl) {
   // And undo puts the script back.
   ok({"undo"});
   EXPECT_EQ(str(ok({"blocking"}), "text"), original);
+}
+
+TEST_F(StudioEndToEnd, ABedPlaysUnderTheTransport) {
+  ok({"project.create", "name=Tunes"});
+  ok({"recording.new", "title=Bed"});
+  test::writeLevel(dir / "theme.wav", 3, 0.5f, 8000);
+  const JSONValue bed = ok({"music.add", "file=" + (dir / "theme.wav").string(), "at=2"});
+  EXPECT_EQ(str(bed, "id"), "m1");
+  EXPECT_EQ(str(bed, "file"), "music/theme.wav");
+  EXPECT_EQ(ok({"music.gain", "id=m1", "db=-9"})["gain"]->doubleValue().value_or(0), -9);
+  EXPECT_EQ(ok({"music.gain", "id=m1", "db=40"})["gain"]->doubleValue().value_or(0), 6);
+
+  // The transport's playhead moves with the output's clock.
+  ok({"play"});
+  double playhead = 0;
+  for (int i = 0; i < 100 && playhead <= 0.2; ++i) {
+    std::this_thread::sleep_for(50ms);
+    playhead = *ok({"transport"})["playhead"]->doubleValue();
+  }
+  EXPECT_GT(playhead, 0.2);
+  const JSONValue paused = ok({"pause"});
+  EXPECT_EQ(str(paused, "state"), "paused");
+  const double held = *paused["playhead"]->doubleValue();
+  std::this_thread::sleep_for(60ms);
+  EXPECT_EQ(*ok({"transport"})["playhead"]->doubleValue(), held);
+  EXPECT_EQ(*ok({"seek", "to=1"})["playhead"]->doubleValue(), 1);
+  EXPECT_EQ(*ok({"seek", "to=-4"})["playhead"]->doubleValue(), 0);
+
+  const JSONValue peaks = ok({"peaks", "id=m1"});
+  const auto* values = peaks["peaks"]->arrayValue();
+  ASSERT_TRUE(values && !values->empty());
+  for (const auto& v : *values) EXPECT_NEAR(*v.doubleValue(), 0.5, 1e-3);
+
+  EXPECT_EQ(ctl({"music.add", "file=" + (dir / "nothing.wav").string()}).rc, 1);
+  EXPECT_EQ(str(ok({"fonts"})["faces"]->arrayValue()->at(0), "family"), "Archivo");
+  const auto fonts = ok({"subtitles.fonts"});
+  EXPECT_EQ(*fonts["fonts"]->arrayValue()->at(0).stringValue(), "Archivo");
 }

@@ -23,6 +23,7 @@
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
 #include "kit/VariantsStore.hpp"
+#include "platform/Transport.hpp"
 
 namespace tavorin {
 
@@ -177,9 +178,49 @@ class AppModel {
   void loadPanelState();
   bool paletteOpen = false;
 
-  // ---- Transport, as far as this build has one ------------------------------
+  // ---- Transport ---------------------------------------------------------------
   double playhead() const { return playhead_; }
   void setPlayhead(double seconds) { playhead_ = seconds < 0 ? 0 : seconds; }
+  // The sound device. The process attaches the desktop's output; tests attach an
+  // offline one. Without one, playing is refused. Decoding goes through the offloader.
+  void attachAudio(AudioOutput& output);
+  // Null until audio is attached.
+  const Transport* transport() const { return transport_.get(); }
+  // Plays from `from`, or the playhead. Lines without audio stay silent; see skippedLines.
+  void playTransport(std::optional<double> from = std::nullopt);
+  void pauseTransport();
+  // Stops and returns the playhead to where the play began.
+  void stopTransport();
+  void togglePlay();
+  // Held to 0 and the film's length; playing, it plays on from there.
+  void seek(double to);
+  // The surface's timer: the playhead from what the output reports; the end stops it.
+  void tickTransport();
+  bool isPlaying() const;
+  const std::vector<std::string>& skippedLines() const;
+  // One line alone, at its rate, from its slice; refuses notRendered.
+  void playLine(const std::string& id);
+  void stopLine();
+  // "film" or "seconds": how the readout and the ruler count time.
+  const std::string& timecodeFormat() const { return timecodeFormat_; }
+  void setTimecodeFormat(const std::string& format);
+  // The playhead in the readout's format.
+  std::string timecode(double seconds) const;
+
+  // ---- Music beds ------------------------------------------------------------------
+  // Lays a file already copied into music/ (as `name`, `seconds` long) on the lane at
+  // `at`, or the playhead. The copy is blocking work the caller did off the actor.
+  std::string addMusic(const std::string& name, double seconds, std::optional<double> at = std::nullopt);
+  void trimMusic(const std::string& id, double in, double out);
+  void setMusicGain(const std::string& id, double db);
+  void removeMusic(const std::string& id);
+  // Plays the trimmed part alone; stops on its own at the trim out.
+  void previewMusic(const std::string& id);
+  // The bed a verb means: the id given, else the picked bed, else the only one.
+  std::string musicTarget(const std::optional<std::string>& id) const;
+  // The bed whose editor is open in the panel.
+  const std::optional<std::string>& editingMusic() const { return editingMusic_; }
+  void editMusic(const std::optional<std::string>& id);
   double pxPerSecond() const { return pxPerSecond_; }
   void setPxPerSecond(double px) { pxPerSecond_ = px; }
 
@@ -262,6 +303,12 @@ class AppModel {
   std::vector<std::string> collapsed_;
   double playhead_ = 0;
   double pxPerSecond_ = 100;
+  std::unique_ptr<Transport> transport_;
+  std::shared_ptr<MainActor::Timer> transportTick_;
+  void scheduleTick();
+  void requireTransport();
+  std::string timecodeFormat_ = "seconds";
+  std::optional<std::string> editingMusic_;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
 };

@@ -60,6 +60,12 @@ Recording AppModel::open(const fs::path& dir) {
   loadError_.reset();
   viewingVersion_.reset();
   restoredDraft_ = false;
+  // Nothing of the last production may go on sounding over this one.
+  if (transport_) {
+    transport_->stop();
+    transport_->setPlayhead(0);
+    scheduleTick();
+  }
   playhead_ = 0;
 
   try {

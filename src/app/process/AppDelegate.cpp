@@ -13,7 +13,9 @@
 #include "app/service/OperatorService.hpp"
 #include "kit/Pasteboard.hpp"
 #include "operator/BuildStamp.hpp"
+#include "platform/FontCatalog.hpp"
 #include "platform/FreedesktopTrash.hpp"
+#include "platform/SdlAudioOutput.hpp"
 #include "platform/TavorinPaths.hpp"
 
 namespace tavorin {
@@ -41,6 +43,16 @@ AppDelegate::AppDelegate(asio::io_context& context)
 
 AppDelegate::~AppDelegate() = default;
 
+void AppDelegate::attachAudio() {
+  try {
+    audio_ = std::make_unique<SdlAudioOutput>();
+  } catch (const std::exception& e) {
+    model_->note(e.what());
+    return;
+  }
+  model_->attachAudio(*audio_);
+}
+
 void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& arguments) {
   // SIGINT and SIGTERM take the same road out as `quit`.
   signals_ = std::make_unique<Signals>(context_);
@@ -48,6 +60,10 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
     if (!ec) terminate(0);
   });
 
+  attachAudio();
+  // fontconfig scans the system's faces the first time; the operator's first
+  // `fonts` should not wait for it.
+  workers_->offload([] { FontCatalog::registerHouseFaces(); }, [](std::exception_ptr) {});
   store_->bootstrap(arguments);
   startOperator();
 

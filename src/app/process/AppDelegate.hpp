@@ -17,6 +17,7 @@ class AsioMainActor;
 class WorkerPool;
 class OperatorServer;
 class OperatorService;
+class AudioOutput;
 
 // The process itself: owns the store and the operator server, runs the launch
 // sequence and the orderly stop.
@@ -47,6 +48,9 @@ class AppDelegate {
   std::unique_ptr<WorkerPool> workers_;
   std::unique_ptr<MemoryPasteboard> pasteboard_;
   std::unique_ptr<FreedesktopTrash> trash_;
+  // Declared before the model, so that it outlives the transport that plays into it.
+  std::unique_ptr<AudioOutput> audio_;
+  void attachAudio();
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<AppStore> store_;
   std::unique_ptr<OperatorService> service_;

@@ -34,7 +34,9 @@ asio::awaitable<OperatorResult> OperatorService::handle(OperatorCommand command)
                        &OperatorService::productionVerbs, &OperatorService::agentVerbs,
                        &OperatorService::versionsVerbs, &OperatorService::editVerbs, &OperatorService::blockingVerbs,
                        &OperatorService::chromeVerbs, &OperatorService::timelineVerbs,
-                       &OperatorService::transportVerbs, &OperatorService::appVerbs}) {
+                       &OperatorService::transportVerbs, &OperatorService::appVerbs,
+                       &OperatorService::playbackVerbs, &OperatorService::musicVerbs,
+                       &OperatorService::waveformVerbs}) {
       if (Answer answer = (this->*group)(command, args)) co_return std::move(*answer);
     }
     // A verb whose part of the studio this build does not have yet says so.
@@ -134,7 +136,7 @@ JSONValue OperatorService::status() const {
       {"surface", JSONValue()},
       {"rolling", false},
       {"playing", false},
-      {"transport", JSONValue::object({{"playing", false}, {"playhead", JSONValue::seconds(model().playhead())}})},
+      {"transport", transportReport()},
       {"playhead", JSONValue::seconds(model().playhead())},
       {"permissionsSheet", false},
       {"build", buildReport()},

@@ -51,6 +51,9 @@ class OperatorService {
   Answer timelineVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer transportVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer appVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer playbackVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer musicVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer waveformVerbs(const OperatorCommand& c, const OperatorArgs& a);
 
   // Shared report pieces.
   JSONValue productionReport() const;
@@ -59,6 +62,7 @@ class OperatorService {
   JSONValue flowReport() const;
   JSONValue versionsReport() const;
   JSONValue diagnosticsReport() const;
+  JSONValue transportReport() const;
 
   AppModel& model() const;
 
