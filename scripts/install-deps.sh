@@ -8,6 +8,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  ffmpeg libavformat-dev libavcodec-dev libavutil-dev
 )
 
 missing=()
