@@ -94,6 +94,90 @@ SubtitleStyle::Anchor anchor(const Style& style) {
   return home(style);
 }
 
+int fontPixels(double size, double pictureHeight) {
+  return std::max(1, int(std::lround(pictureHeight * clampSize(size) / 100)));
+}
+
+int outlinePixels(int fontPixels) { return std::max(1, int(std::lround(fontPixels * 0.05))); }
+
+std::string assTime(double t) {
+  if (!(t > 0)) t = 0;
+  // Whole hundredths first, so that the fraction is cut and never rounds up a second.
+  const auto total = static_cast<long long>(std::floor(t * 100 + 1e-7));
+  const long long hundredths = total % 100;
+  const long long seconds = total / 100;
+  return format("%lld:%02lld:%02lld.%02lld", seconds / 3600, seconds / 60 % 60, seconds % 60, hundredths);
+}
+
+std::string escape(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '{') out += '(';
+    else if (c == '}') out += ')';
+    else if (c == '\r') {
+      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+      out += "\\N";
+    } else if (c == '\n') out += "\\N";
+    else out += c;
+  }
+  return out;
+}
+
+std::string styleLine(const Style& style, double width, double height) {
+  const int f = fontPixels(size(style), height);
+  const int o = outlinePixels(f);
+  const long m = std::lround(width * 0.08);
+  // A comma or a line break would end the field early and shift every field after it.
+  std::string face = font(style);
+  std::ranges::replace_if(face, [](char c) { return c == ',' || c == '\n' || c == '\r'; }, ' ');
+  return "Style: Default," + face + "," + std::to_string(f) +
+         ",&H00FFFFFF,&H000000FF,&H00000000,&H80000000,0,0,0,0,100,100,0,0,1," + std::to_string(o) + ",0,5," +
+         std::to_string(m) + "," + std::to_string(m) + "," + std::to_string(m) + ",1";
+}
+
+std::string ass(const std::vector<Caption>& captions, const Style& style, double width, double height) {
+  if (!(width > 0)) width = fallbackWidth;
+  if (!(height > 0)) height = fallbackHeight;
+  std::string out =
+      "[Script Info]\n; Written by Tavorin\nScriptType: v4.00+\nWrapStyle: 0\nScaledBorderAndShadow: yes\n"
+      "PlayResX: " + std::to_string(std::lround(width)) + "\nPlayResY: " + std::to_string(std::lround(height));
+  out += "\n\n[V4+ Styles]\nFormat: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, OutlineColour, "
+         "BackColour, Bold, Italic, Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, "
+         "Shadow, Alignment, MarginL, MarginR, MarginV, Encoding\n";
+  out += styleLine(style, width, height);
+  out += "\n\n[Events]\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n";
+  const auto a = anchor(style);
+  const std::string pos = "{\\pos(" + std::to_string(std::lround(a.x * width)) + "," +
+                          std::to_string(std::lround(a.y * height)) + ")}";
+  for (const auto& caption : captions) {
+    out += "Dialogue: 0," + assTime(caption.at) + "," + assTime(caption.at + std::max(caption.seconds, 0.0)) +
+           ",Default,,0,0,0,," + pos + escape(caption.text) + "\n";
+  }
+  return out;
+}
+
+std::optional<std::string> fontRefusal(std::string_view name) {
+  if (name.find_first_of(",\n\r") == std::string_view::npos) return std::nullopt;
+  return "A subtitle font's name can't hold a comma or a line break.";
+}
+
+std::string filterPath(std::string_view path) {
+  // Two levels: the option value inside the filter, then the filter graph around it.
+  std::string option;
+  for (char c : path) {
+    if (c == '\\' || c == '\'' || c == ':') option += '\\';
+    option += c;
+  }
+  std::string graph;
+  for (char c : option) {
+    if (c == '\\' || c == '\'' || c == '[' || c == ']' || c == ',' || c == ';') graph += '\\';
+    graph += c;
+  }
+  return graph;
+}
+
 std::string placement(const Style& style) {
   const auto a = anchor(style);
   return format("%.0f%% × %.0f%%", a.x * 100, a.y * 100);
