@@ -97,9 +97,9 @@ std::string name(Exporter::Phase p) {
   return "idle";
 }
 
-Exporter::Exporter(Post post, fs::path besideExecutable, std::optional<fs::path> fontsDir)
+Exporter::Exporter(Post post, Search search, std::optional<fs::path> fontsDir)
     : post_(std::move(post)),
-      beside_(std::move(besideExecutable)),
+      search_(std::move(search)),
       fontsDir_(std::move(fontsDir)),
       alive_(std::make_shared<bool>(true)),
       log_(std::make_shared<ErrorLog>()) {}
@@ -116,12 +116,12 @@ Exporter::~Exporter() {
 
 std::string Exporter::errorTail() const { return log_->tail().joined(); }
 
-std::optional<fs::path> Exporter::findFFmpeg(const fs::path& beside, const std::string& searchPath,
+std::optional<fs::path> Exporter::findFFmpeg(const Search& search, const std::string& searchPath,
                                              std::vector<fs::path>* searched) {
   std::vector<fs::path> places;
-  if (!beside.empty()) places.push_back(beside / "ffmpeg");
-  places.insert(places.end(), {"/usr/local/bin/ffmpeg", "/usr/bin/ffmpeg"});
-  for (size_t start = 0; start <= searchPath.size();) {
+  if (!search.beside.empty()) places.push_back(search.beside / "ffmpeg");
+  places.insert(places.end(), search.places.begin(), search.places.end());
+  for (size_t start = 0; search.usePath && start <= searchPath.size();) {
     const size_t colon = std::min(searchPath.find(':', start), searchPath.size());
     const std::string dir = searchPath.substr(start, colon - start);
     if (!dir.empty()) places.push_back(fs::path(dir) / "ffmpeg");
@@ -383,7 +383,7 @@ fs::path Exporter::exportFilm(const ExportPlan& plan, const fs::path& base, cons
   if (!(plan.duration > 0)) throw ExportError::nothingToExport();
   const char* pathEnv = std::getenv("PATH");
   std::vector<fs::path> searched;
-  const auto ffmpeg = findFFmpeg(beside_, pathEnv ? pathEnv : "", &searched);
+  const auto ffmpeg = findFFmpeg(search_, pathEnv ? pathEnv : "", &searched);
   if (!ffmpeg) throw ExportError::noFFmpeg(searched.empty() ? fs::path("ffmpeg") : searched.front());
 
   const fs::path video = base / plan.video;

@@ -31,6 +31,14 @@ struct ExportError : std::runtime_error {
   static ExportError cannotWrite(const std::filesystem::path& folder, const std::string& why);
 };
 
+// Where ffmpeg is looked for, in order: beside our own program, the install places,
+// then each folder of the search path when `usePath`.
+struct FFmpegSearch {
+  std::filesystem::path beside;
+  std::vector<std::filesystem::path> places = {"/usr/local/bin/ffmpeg", "/usr/bin/ffmpeg"};
+  bool usePath = true;
+};
+
 // Makes the finished film: the plan written out as one ffmpeg command line (two for a
 // GIF), run as a child, its progress followed. Lives on the main actor; the child's
 // pipes are read on their own thread and every change hops back through `post`.
@@ -66,8 +74,9 @@ class Exporter {
     std::optional<std::filesystem::path> fontsDir;
   };
 
-  explicit Exporter(Post post, std::filesystem::path besideExecutable = {},
-                    std::optional<std::filesystem::path> fontsDir = std::nullopt);
+  using Search = FFmpegSearch;
+
+  explicit Exporter(Post post, Search search = {}, std::optional<std::filesystem::path> fontsDir = std::nullopt);
   ~Exporter();
   Exporter(const Exporter&) = delete;
   Exporter& operator=(const Exporter&) = delete;
@@ -92,10 +101,9 @@ class Exporter {
   std::string errorTail() const;
   std::function<void(const std::filesystem::path&)> onFinished;
 
-  // The first executable of: ffmpeg beside our own program, the usual install places,
-  // then each folder of `searchPath`. `searched` gets the places tried.
-  static std::optional<std::filesystem::path> findFFmpeg(const std::filesystem::path& besideExecutable,
-                                                         const std::string& searchPath,
+  // The first executable of the search's places; `searchPath` is a PATH value.
+  // `searched` gets the places tried.
+  static std::optional<std::filesystem::path> findFFmpeg(const Search& search, const std::string& searchPath,
                                                          std::vector<std::filesystem::path>* searched = nullptr);
 
   static std::vector<std::string> arguments(const ExportPlan& plan, const std::filesystem::path& base,
@@ -122,7 +130,7 @@ class Exporter {
   void clearScratch();
 
   Post post_;
-  std::filesystem::path beside_;
+  Search search_;
   std::optional<std::filesystem::path> fontsDir_;
   std::shared_ptr<bool> alive_;
   Phase phase_ = Phase::idle;
