@@ -160,11 +160,18 @@ std::optional<double> Exporter::progressOf(const std::string& line, double total
 Exporter::LookInputs Exporter::lookInputs(double fps, int from, const LookPainter::Sheets& sheets) {
   LookInputs out;
   const std::string rate = Zooms::rate(fps > 0.1 ? fps : 30);
-  out.args = {"-loop", "1", "-framerate", rate, "-i", sheets.background.string()};
+  auto still = [&](const fs::path& file) {
+    out.args.insert(out.args.end(), {"-loop", "1", "-framerate", rate});
+    // The image reader takes a percent sign for a frame number: a folder named with
+    // one must be read as the one file it is.
+    if (file.string().find('%') != std::string::npos) out.args.insert(out.args.end(), {"-pattern_type", "none"});
+    out.args.insert(out.args.end(), {"-i", file.string()});
+  };
+  still(sheets.background);
   out.ground = from;
   out.next = from + 1;
   if (sheets.mask) {
-    out.args.insert(out.args.end(), {"-loop", "1", "-framerate", rate, "-i", sheets.mask->string()});
+    still(*sheets.mask);
     out.mask = out.next++;
   }
   return out;
@@ -387,8 +394,8 @@ fs::path Exporter::exportFilm(const ExportPlan& plan, const fs::path& base, cons
   if (!ffmpeg) throw ExportError::noFFmpeg(searched.empty() ? fs::path("ffmpeg") : searched.front());
 
   const fs::path video = base / plan.video;
+  // A film that won't say its size still goes to ffmpeg, whose words then say why.
   const auto probed = Footage::probe(video, std::chrono::seconds(5));
-  if (!probed.seconds) throw ExportError::launchFailed("the take's film " + video.string() + " can't be read");
   Picture picture;
   if (probed.size) picture.width = probed.size->width, picture.height = probed.size->height;
   picture.fps = probed.rate.value_or(30);
