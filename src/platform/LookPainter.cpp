@@ -72,8 +72,11 @@ void roundedRect(cairo_t* cr, double x, double y, double w, double h, double r) 
 }
 
 void drawGradient(cairo_t* cr, const Looks::Gradient& g, double x, double y, double w, double h) {
+  // The line's unit coordinates run upwards, as an angle of 180 runs from the top down;
+  // Cairo's run down the page.
   const auto [from, to] = Looks::line(g.angle);
-  cairo_pattern_t* p = cairo_pattern_create_linear(x + from.x * w, y + from.y * h, x + to.x * w, y + to.y * h);
+  cairo_pattern_t* p =
+      cairo_pattern_create_linear(x + from.x * w, y + (1 - from.y) * h, x + to.x * w, y + (1 - to.y) * h);
   for (const auto& stop : g.stops) {
     const auto c = colour(stop.hex);
     cairo_pattern_add_color_stop_rgb(p, stop.at, c.r, c.g, c.b);
@@ -161,6 +164,8 @@ bool fillImage(cairo_t* cr, const std::filesystem::path& file, double x, double 
   cairo_scale(cr, scale, scale);
   cairo_set_source_surface(cr, s, 0, 0);
   cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
+  // Padded, so the filter never blends the image's edge with nothing.
+  cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
   cairo_paint(cr);
   cairo_restore(cr);
   cairo_surface_destroy(s);
