@@ -9,6 +9,7 @@
 
 #include "app/export/ChildProcess.hpp"
 #include "app/export/ErrorLog.hpp"
+#include "app/export/FFmpegProgress.hpp"
 #include "kit/Cut.hpp"
 #include "kit/Looks.hpp"
 #include "kit/Zooms.hpp"
@@ -149,12 +150,7 @@ std::string Exporter::filterQuoted(const std::string& path) {
 }
 
 std::optional<double> Exporter::progressOf(const std::string& line, double total) {
-  static const std::string key = "out_time_us=";
-  if (line.rfind(key, 0) != 0 || !(total > 0)) return std::nullopt;
-  char* end = nullptr;
-  const double us = std::strtod(line.c_str() + key.size(), &end);
-  if (end == line.c_str() + key.size() || !std::isfinite(us)) return std::nullopt;
-  return std::clamp(us / 1'000'000 / total, 0.0, 1.0);
+  return FFmpegProgress::share(line, total);
 }
 
 Exporter::LookInputs Exporter::lookInputs(double fps, int from, const LookPainter::Sheets& sheets) {
