@@ -9,7 +9,7 @@ packages=(
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg libavformat-dev libavcodec-dev libavutil-dev
-  libcairo2-dev libstb-dev
+  libcairo2-dev libpng-dev libstb-dev
 )
 
 missing=()

@@ -1,9 +1,12 @@
 #include "platform/LookPainter.hpp"
 
 #include <cairo.h>
+#include <png.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -177,13 +180,63 @@ bool fillImage(cairo_t* cr, const std::filesystem::path& file, double x, double 
 void drawShadow(cairo_t* cr, const Looks::Rect& picture, double corner, double m) {
   const double blur = Looks::shadowBlur * m, drop = Looks::shadowDrop * m;
   const int layers = 16;
+  // The opaque picture hides all but the shadow's rim: leave its middle out of every layer.
+  const double in = corner + 1;
+  cairo_set_fill_rule(cr, CAIRO_FILL_RULE_EVEN_ODD);
   for (int i = layers; i >= 1; --i) {
     const double grow = blur * i / layers;
     roundedRect(cr, picture.x - grow, picture.y + drop - grow, picture.width + 2 * grow,
                 picture.height + 2 * grow, corner + grow);
+    if (picture.width > 2 * in && picture.height > 2 * in + drop)
+      cairo_rectangle(cr, picture.x + in, picture.y + in, picture.width - 2 * in, picture.height - 2 * in - drop);
     cairo_set_source_rgba(cr, 0, 0, 0, Looks::shadowAlpha / layers);
     cairo_fill(cr);
   }
+  cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
+}
+
+// libpng reports errors by longjmp: nothing here may need unwinding.
+bool encodePNG(const Image& image, FILE* file, int channels) {
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (!png || !info) {
+    png_destroy_write_struct(&png, &info);
+    return false;
+  }
+  png_bytep row = static_cast<png_bytep>(png_malloc(png, png_alloc_size_t(std::max(image.width, 1)) * 4));
+  if (setjmp(png_jmpbuf(png))) {
+    png_free(png, row);
+    png_destroy_write_struct(&png, &info);
+    return false;
+  }
+  png_init_io(png, file);
+  png_set_compression_level(png, 0);
+  png_set_filter(png, 0, PNG_FILTER_NONE);
+  png_set_IHDR(png, info, image.width, image.height, 8,
+               channels == 1 ? PNG_COLOR_TYPE_GRAY : channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_RGBA,
+               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  for (int y = 0; y < image.height; ++y) {
+    png_byte* out = row;
+    for (int x = 0; x < image.width; ++x) {
+      const std::uint32_t p = image.pixels[size_t(y) * image.width + x];
+      const unsigned a = p >> 24;
+      // Cairo's pixels are premultiplied; PNG's are not.
+      auto un = [a](unsigned v) { return png_byte(a == 0 ? 0 : a == 255 ? v : std::min(255u, (v * 255 + a / 2) / a)); };
+      const png_byte r = un((p >> 16) & 0xFF), g = un((p >> 8) & 0xFF), b = un(p & 0xFF);
+      if (channels == 1) {
+        *out++ = r;
+      } else {
+        *out++ = r, *out++ = g, *out++ = b;
+        if (channels == 4) *out++ = png_byte(a);
+      }
+    }
+    png_write_row(png, row);
+  }
+  png_write_end(png, nullptr);
+  png_free(png, row);
+  png_destroy_write_struct(&png, &info);
+  return true;
 }
 
 }  // namespace
@@ -281,11 +334,29 @@ Image LookPainter::mask(Size size, double corner) {
 }
 
 void LookPainter::write(const Image& image, const std::filesystem::path& to) {
-  cairo_surface_t* s = surfaceOf(image);
-  const cairo_status_t status = cairo_surface_write_to_png(s, to.c_str());
-  cairo_surface_destroy(s);
-  if (status != CAIRO_STATUS_SUCCESS)
-    throw std::runtime_error("couldn't write " + to.filename().string() + ": " + cairo_status_to_string(status));
+  // The sheets live for one export and are read once: stored without compression, they
+  // cost a copy instead of seconds of deflating grain. Opaque sheets drop their alpha,
+  // and a grey one its colour.
+  const bool opaque = std::all_of(image.pixels.begin(), image.pixels.end(), [](auto p) { return p >> 24 == 0xFF; });
+  const bool grey = opaque && std::all_of(image.pixels.begin(), image.pixels.end(), [](auto p) {
+                      return (p & 0xFF) == ((p >> 8) & 0xFF) && (p & 0xFF) == ((p >> 16) & 0xFF);
+                    });
+  auto failed = [&](const std::string& why) {
+    return std::runtime_error("couldn't write " + to.filename().string() + ": " + why);
+  };
+  FILE* file = std::fopen(to.c_str(), "wb");
+  if (!file) throw failed(std::strerror(errno));
+  if (!encodePNG(image, file, grey ? 1 : opaque ? 3 : 4)) {
+    std::fclose(file);
+    std::filesystem::remove(to);
+    throw failed("the picture couldn't be encoded");
+  }
+  const bool flushed = std::fflush(file) == 0 && !std::ferror(file);
+  const int closeError = std::fclose(file) == 0 ? 0 : errno;
+  if (!flushed || closeError) {
+    std::filesystem::remove(to);
+    throw failed(closeError ? std::strerror(closeError) : "the disk took only part of it");
+  }
 }
 
 }  // namespace tavorin
