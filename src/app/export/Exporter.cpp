@@ -69,6 +69,14 @@ std::string uniqueName(const fs::path& folder, const std::string& name, const st
 
 }  // namespace
 
+FFmpegSearch FFmpegSearch::besideThisProgram() {
+  FFmpegSearch search;
+  std::error_code ec;
+  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+  if (!ec) search.beside = self.parent_path();
+  return search;
+}
+
 ExportError ExportError::launchFailed(const std::string& why) {
   return {Kind::launchFailed, "couldn't start ffmpeg: " + why};
 }

@@ -37,6 +37,9 @@ struct FFmpegSearch {
   std::filesystem::path beside;
   std::vector<std::filesystem::path> places = {"/usr/local/bin/ffmpeg", "/usr/bin/ffmpeg"};
   bool usePath = true;
+
+  // The search of an installed studio: beside the running program first.
+  static FFmpegSearch besideThisProgram();
 };
 
 // Makes the finished film: the plan written out as one ffmpeg command line (two for a

@@ -165,4 +165,9 @@ TEST(ExporterArguments, ProgressLinesAndTheSearchForFFmpeg) {
                                                           "/also/nowhere/ffmpeg", "/usr/bin/ffmpeg"}));
   search.usePath = false;
   EXPECT_EQ(Exporter::findFFmpeg(search, "/usr/bin"), std::nullopt);
+
+  // An ffmpeg beside the program wins over the system's.
+  const auto installed = FFmpegSearch::besideThisProgram();
+  EXPECT_EQ(installed.beside, std::filesystem::canonical("/proc/self/exe").parent_path());
+  EXPECT_EQ(installed.places.back(), "/usr/bin/ffmpeg");
 }
