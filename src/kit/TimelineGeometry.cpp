@@ -196,10 +196,9 @@ std::vector<const TimelineGeometry::Placement*> TimelineGeometry::items(const Re
 }
 
 const TimelineGeometry::Placement* TimelineGeometry::hit(double x, double y) const {
-  auto l = lane(y);
-  if (!l) return nullptr;
+  // By the blocks themselves, not the lane bands: an inset block reaches into the gap below its lane.
   for (auto it = placements_.rbegin(); it != placements_.rend(); ++it)
-    if (it->lane == *l && it->rect.contains(x, y)) return &*it;
+    if (it->rect.contains(x, y)) return &*it;
   return nullptr;
 }
 
