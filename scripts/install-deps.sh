@@ -8,11 +8,11 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  ffmpeg libavformat-dev libavcodec-dev libavutil-dev
-  libcairo2-dev libpng-dev libstb-dev
   libicu-dev clang
   # The phonemiser's data is built from these (tools/build_speech_data.py).
   festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
+  ffmpeg libavformat-dev libavcodec-dev libavutil-dev
+  libcairo2-dev libpng-dev libstb-dev
 )
 
 missing=()

@@ -9,9 +9,13 @@ namespace tavorin {
 
 // One shot or imported film of a production, the record takes/<id>/take.json.
 struct Take {
+  // Spelled-out constructors: clang 14 does not treat a nested type with member
+  // initialisers as default-constructible inside its enclosing one.
   struct Pads {
-    double slate = 0;  // picture before the performance
-    double tail = 0;   // picture after it
+    double slate;  // picture before the performance
+    double tail;   // picture after it
+    Pads() : slate(0), tail(0) {}
+    Pads(double slate, double tail) : slate(slate), tail(tail) {}
     bool operator==(const Pads&) const = default;
   };
 

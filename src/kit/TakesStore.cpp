@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <system_error>
 
+#include "base/AtomicFile.hpp"
+#include "base/IsoDate.hpp"
 #include "kit/Slug.hpp"
 
 namespace tavorin {
@@ -10,7 +12,7 @@ namespace tavorin {
 namespace fs = std::filesystem;
 
 std::string TakesStore::id(const std::string& slug, Clock::time_point now) {
-  const std::string stamp = RecordingStore::utcStamp(now);
+  const std::string stamp = IsoDate::stamp(now);
   const std::string cleaned = Slug::clean(slug);
   return cleaned.empty() ? stamp : stamp + "-" + cleaned;
 }
@@ -25,8 +27,7 @@ fs::path TakesStore::begin(const Take& take) const {
 }
 
 void TakesStore::write(const Take& take) const {
-  // TODO(base): the shared atomic writer replaces this once it lands.
-  RecordingStore::writeAtomically(url(take) / "take.json", take.encoded() + "\n");
+  AtomicFile::write(url(take) / "take.json", take.encoded() + "\n");
 }
 
 Take TakesStore::finish(Take take, double seconds, Take::Status status) const {
@@ -75,7 +76,7 @@ Take TakesStore::importVideo(const fs::path& from, const std::string& slug, doub
 
   Take take;
   take.id = takeId;
-  take.startedAt = RecordingStore::isoDate(now);
+  take.startedAt = IsoDate::format(now);
   take.seconds = std::max(seconds, 0.0);
   take.video = "take." + extension;
   take.fromVersion = fromVersion;

@@ -106,7 +106,8 @@ std::optional<Lane> TimelineGeometry::lane(double y) const {
   return std::nullopt;
 }
 
-void TimelineGeometry::add(std::string id, Lane lane, double start, double length, double leastWidth, float radius) {
+void TimelineGeometry::add(std::string id, const char* type, Lane lane, double start, double length,
+                           double leastWidth, float radius) {
   auto laneTop = top(lane);
   if (!laneTop) return;
   double y = *laneTop, h = blockHeight(lane);
@@ -121,7 +122,8 @@ void TimelineGeometry::add(std::string id, Lane lane, double start, double lengt
   }
   // Two pixels short, so that neighbours show a seam.
   const double width = std::max(length * pxPerSecond - 2, leastWidth);
-  placements_.push_back(Placement{std::move(id), lane, Rect{start * pxPerSecond, y, width, h}, radius});
+  placements_.push_back(
+      Placement{std::move(id), lane, Rect{start * pxPerSecond, y, width, h}, radius, type, start, length});
 }
 
 void TimelineGeometry::place(const Recording& recording, double footage, const std::vector<Mark>& marks) {
@@ -129,7 +131,7 @@ void TimelineGeometry::place(const Recording& recording, double footage, const s
   auto reach = [&](double end) { total = std::max(total, end); };
 
   for (const auto& p : Cut::placed(recording, footage)) {
-    add(p.segment.id, Lane::screen, p.start, Cut::length(p.segment), 6, 6);
+    add(p.segment.id, "segment", Lane::screen, p.start, Cut::length(p.segment), 6, 6);
     reach(p.end());
   }
   if (recording.zooms) {
@@ -137,7 +139,7 @@ void TimelineGeometry::place(const Recording& recording, double footage, const s
     for (const auto& z : *recording.zooms) zooms.push_back(&z);
     std::stable_sort(zooms.begin(), zooms.end(), [](auto* a, auto* b) { return a->from < b->from; });
     for (const Zoom* z : zooms) {
-      add(z->id, Lane::zooms, z->from, std::max(z->to - z->from, 0.0), 8, 8);
+      add(z->id, "zoom", Lane::zooms, z->from, std::max(z->to - z->from, 0.0), 8, 8);
       reach(z->to);
     }
   }
@@ -154,29 +156,29 @@ void TimelineGeometry::place(const Recording& recording, double footage, const s
   // An action is a mark: a pip of 20 pixels, longer when it holds.
   std::stable_sort(actions.begin(), actions.end(), byStart);
   for (const auto* a : actions) {
-    add(a->id, Lane::actions, *a->start, a->effectiveDuration().value_or(0), 20, 10);
+    add(a->id, "action", Lane::actions, *a->start, a->effectiveDuration().value_or(0), 20, 10);
     reach(*a->start + a->effectiveDuration().value_or(0));
   }
   for (const auto& m : marks) {
-    add(m.id, Lane::actions, m.time, 0, 20, 10);
+    add(m.id, "cue", Lane::actions, m.time, 0, 20, 10);
     reach(m.time);
   }
 
   for (const auto& span : Schedule::lineSpans(recording)) {
-    add(span.id, Lane::voice, span.start, span.end - span.start, 6, 6);
+    add(span.id, "line", Lane::voice, span.start, span.end - span.start, 6, 6);
     reach(span.end);
   }
 
   std::stable_sort(music.begin(), music.end(), byStart);
   for (const auto* m : music) {
     const double length = m->effectiveDuration().value_or(0);
-    add(m->id, Lane::music, *m->start, length, 8, 8);
+    add(m->id, "music", Lane::music, *m->start, length, 8, 8);
     reach(*m->start + length);
   }
 
   std::stable_sort(labels.begin(), labels.end(), byStart);
   for (const auto* l : labels) {
-    add(l->id, Lane::labels, *l->start, 0, labelWidth(l->text.value_or(l->note.value_or(""))), 4);
+    add(l->id, "label", Lane::labels, *l->start, 0, labelWidth(l->text.value_or(l->note.value_or(""))), 4);
     reach(*l->start);
   }
 }
@@ -196,10 +198,9 @@ std::vector<const TimelineGeometry::Placement*> TimelineGeometry::items(const Re
 }
 
 const TimelineGeometry::Placement* TimelineGeometry::hit(double x, double y) const {
-  auto l = lane(y);
-  if (!l) return nullptr;
+  // By the blocks themselves, not the lane bands: an inset block reaches into the gap below its lane.
   for (auto it = placements_.rbegin(); it != placements_.rend(); ++it)
-    if (it->lane == *l && it->rect.contains(x, y)) return &*it;
+    if (it->rect.contains(x, y)) return &*it;
   return nullptr;
 }
 

@@ -34,6 +34,11 @@ class TimelineGeometry {
     Lane lane = Lane::screen;
     Rect rect;
     float radius = 0;
+    // What the block stands for, in seconds of the film: "segment", "zoom", "action",
+    // "cue", "line", "music" or "label".
+    std::string type;
+    double start = 0;
+    double duration = 0;
     bool operator==(const Placement&) const = default;
   };
 
@@ -86,7 +91,8 @@ class TimelineGeometry {
 
  private:
   void place(const Recording& recording, double footage, const std::vector<Mark>& marks);
-  void add(std::string id, Lane lane, double start, double length, double leastWidth, float radius);
+  void add(std::string id, const char* type, Lane lane, double start, double length, double leastWidth,
+           float radius);
 
   std::vector<Placement> placements_;
 };

@@ -129,7 +129,8 @@ std::optional<Zooms::Span> Zooms::room(const Recording& recording, std::string_v
   if (recording.zooms) {
     for (const auto& other : *recording.zooms) {
       if (other.id == id) continue;
-      if (other.to <= f + slack) lower = std::max(lower, other.to);
+      // One that began before `f` bounds the start by its end, even when `f` falls inside it.
+      if (other.to <= f + slack || other.from < f - slack) lower = std::max(lower, other.to);
       if (other.from >= f - slack) upper = upper ? std::min(*upper, other.from) : other.from;
     }
   }

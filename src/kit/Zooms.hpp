@@ -67,8 +67,9 @@ Frame frame(double t, const Recording& recording);
 // stored segments' ids.
 std::string nextId(const Recording& recording);
 
-// The part of `from` to `to` that lies clear of every zoom but `id`, rounded to
-// milliseconds; nothing when under a fifth of a second is left.
+// The part of `from` to `to` that lies clear of every zoom but `id`: it starts after any
+// zoom begun before `from` and stops at the next one. Rounded to milliseconds; nothing
+// when under a fifth of a second is left.
 std::optional<Span> room(const Recording& recording, std::string_view id, double from, double to);
 
 // Each edit answers missing or false, leaving the recording as it was, when it cannot act.
