@@ -15,6 +15,7 @@ packages=(
   festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
   clang-14 libclang-rt-14-dev ccache  # the fuzz targets (-DTAVORIN_FUZZ=ON)
   util-linux                        # prlimit, for the out-of-descriptors test
+  libcairo2-dev libpng-dev libstb-dev
 )
 
 missing=()

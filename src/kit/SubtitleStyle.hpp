@@ -6,9 +6,13 @@ namespace tavorin {
 
 // How burned-in captions look; sizes and places are shares of the picture.
 struct SubtitleStyle {
+  // Spelled-out constructors: clang 14 does not treat a nested type with member
+  // initialisers as default-constructible inside its enclosing one.
   struct Anchor {
-    double x = 0.5;
-    double y = 0.9;
+    double x;
+    double y;
+    Anchor() : x(0.5), y(0.9) {}
+    Anchor(double x, double y) : x(x), y(y) {}
     bool operator==(const Anchor&) const = default;
   };
   struct Highlight {
