@@ -60,7 +60,11 @@ Reply perform(const Request& request) {
   struct curl_slist* headers = nullptr;
   if (request.key && !request.key->empty())
     headers = curl_slist_append(headers, ("Authorization: Bearer " + *request.key).c_str());
-  if (request.postJSON) headers = curl_slist_append(headers, "Content-Type: application/json");
+  if (request.postJSON) {
+    headers = curl_slist_append(headers, "Content-Type: application/json");
+    // No "Expect: 100-continue" wait: not every small server answers it.
+    headers = curl_slist_append(headers, "Expect:");
+  }
   long millis = std::max(1L, static_cast<long>(std::llround(request.timeout * 1000)));
   CURL* c = curl.get();
   curl_easy_setopt(c, CURLOPT_URL, request.url.c_str());

@@ -48,7 +48,7 @@ EspeakSpeaker::EspeakSpeaker() {
     std::string language = languages + 1;
     if (!(language == "en" || language.starts_with("en-"))) continue;
     if (!seen.insert(language).second) continue;
-    voices_.push_back({language, tidied((*voice)->name)});
+    voices_.push_back({language, tidied((*voice)->name), (*voice)->identifier ? (*voice)->identifier : language});
   }
   std::stable_sort(voices_.begin(), voices_.end(), [](const EspeakVoice& a, const EspeakVoice& b) {
     // American English first: it is the voice a client gets when it names none.
@@ -64,8 +64,11 @@ const EspeakVoice* EspeakSpeaker::voice(const std::string& id) const {
 }
 
 std::vector<int16_t> EspeakSpeaker::speak(const std::string& text, const std::string& voice, double speed) {
+  const EspeakVoice* chosen = this->voice(voice);
+  if (!chosen) throw std::runtime_error("espeak-ng has no voice called " + voice + ".");
   std::lock_guard guard(lock_);
-  if (espeak_ng_SetVoiceByName(voice.c_str()) != ENS_OK)
+  // By identifier: some language tags ("en-gb") do not select a voice by name.
+  if (espeak_ng_SetVoiceByName(chosen->file.c_str()) != ENS_OK)
     throw std::runtime_error("espeak-ng could not load the voice " + voice + ".");
   int wordsPerMinute = static_cast<int>(std::lround(std::clamp(175.0 * speed, 80.0, 450.0)));
   espeak_SetParameter(espeakRATE, wordsPerMinute, 0);

@@ -11,6 +11,7 @@ namespace tavorin {
 struct EspeakVoice {
   std::string id;    // the language tag espeak selects it by, e.g. "en-us"
   std::string name;  // e.g. "English (America)"
+  std::string file;  // espeak's own identifier, which always selects it ("gmw/en-US")
 };
 
 // espeak-ng in this process. The library keeps global state and is not safe to
