@@ -8,6 +8,8 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libcurl4-openssl-dev libcpp-httplib-dev libespeak-ng-dev espeak-ng-data
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg
 )
 
 missing=()

@@ -72,14 +72,30 @@ std::string VoiceGroups::castKey(const Recording& recording, const TimelineItem&
          fieldSeparator + printedRate(item);
 }
 
-std::string VoiceGroups::hash(const Recording& recording, const std::vector<const TimelineItem*>& lines) {
+namespace {
+
+// The hash over lines whose cast keys are already known.
+std::string hashOfKeys(const std::vector<const TimelineItem*>& lines, const std::vector<std::string>& castKeys) {
   std::string keys;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const TimelineItem& line = *lines[i];
     if (i > 0) keys += lineSeparator;
-    keys += line.id + fieldSeparator + line.text.value_or("") + fieldSeparator + castKey(recording, line);
+    keys += line.id;
+    keys += fieldSeparator;
+    if (line.text) keys += *line.text;
+    keys += fieldSeparator;
+    keys += castKeys[i];
   }
   return md5Hex(keys).substr(0, 10);
+}
+
+}  // namespace
+
+std::string VoiceGroups::hash(const Recording& recording, const std::vector<const TimelineItem*>& lines) {
+  std::vector<std::string> castKeys;
+  castKeys.reserve(lines.size());
+  for (const auto* line : lines) castKeys.push_back(castKey(recording, *line));
+  return hashOfKeys(lines, castKeys);
 }
 
 std::string VoiceGroups::rehash(const Recording& recording, std::string_view group) {
@@ -164,7 +180,7 @@ class Packer {
   void flush() {
     if (pack_.empty()) return;
     VoiceGroups::Group group;
-    group.hash = VoiceGroups::hash(recording_, pack_);
+    group.hash = hashOfKeys(pack_, keys_);
     for (const auto* line : pack_) group.lineIds.push_back(line->id);
     group.text = VoiceGroups::text(pack_);
     const TimelineItem& first = *pack_.front();

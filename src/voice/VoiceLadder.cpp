@@ -50,4 +50,11 @@ std::string VoiceLadder::says(VoiceRung rung, std::string_view driver, const Dri
   return {};
 }
 
+std::string VoiceLadder::pickerSays(std::string_view driver, const DriverHealth& health, const Recording* recording,
+                                    bool nativeReady) {
+  if (driver == "local" && !health.present && health.source != DriverHealth::checkingSource && health.note)
+    return *health.note;
+  return says(rung(health, recording, nativeReady), driver, health, nativeReady);
+}
+
 }  // namespace tavorin

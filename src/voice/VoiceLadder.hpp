@@ -23,6 +23,9 @@ VoiceRung rung(const DriverHealth& health, bool audioOnDisk, bool nativeReady);
 VoiceRung rung(const DriverHealth& health, const Recording* recording, bool nativeReady);
 bool hasAudio(const Recording& recording);
 std::string says(VoiceRung rung, std::string_view driver, const DriverHealth& health, bool nativeReady);
+// The engine picker's line: the local server's own failure sentence beats the ladder's.
+std::string pickerSays(std::string_view driver, const DriverHealth& health, const Recording* recording,
+                       bool nativeReady);
 
 }  // namespace VoiceLadder
 

@@ -3,6 +3,7 @@
 #include "TestSupport.hpp"
 #include "kit/Recording.hpp"
 #include "platform/UserDefaults.hpp"
+#include "voice/EngineAnswers.hpp"
 #include "voice/VoiceEngines.hpp"
 #include "voice/VoiceLadder.hpp"
 #include "voice/VoicePlan.hpp"
@@ -169,6 +170,98 @@ TEST_F(Plans, ALongRefusalIsCutForTheLine) {
   auto refusal = *plan().refusal;
   EXPECT_EQ(refusal, "kokoro has no character called " + std::string(126, 'q') + "…");
   EXPECT_EQ(refusal.size(), 157u + 3u);  // 157 characters and the three bytes of the ellipsis
+}
+
+// An engine whose answers the test sets, counting how often it is asked.
+class ScriptedDriver final : public VoiceDriver {
+ public:
+  explicit ScriptedDriver(std::string name) : name_(std::move(name)) {}
+  std::string name() const override { return name_; }
+  DriverHealth health() override {
+    ++asked;
+    return answer;
+  }
+  std::vector<DriverCharacter> characters() override {
+    if (failsListing) throw std::runtime_error("listing failed");
+    return cast;
+  }
+  RenderResult render(const std::string&, const std::string&, const std::string&, const std::filesystem::path&) override {
+    throw std::runtime_error("not here");
+  }
+  DriverHealth answer = DriverHealth::absent("down");
+  std::vector<DriverCharacter> cast;
+  bool failsListing = false;
+  int asked = 0;
+
+ private:
+  std::string name_;
+};
+
+// Work "off the main thread" waits in a list until the test lets it run.
+struct Offloaded {
+  std::vector<std::pair<std::function<void()>, std::function<void()>>> pending;
+  EngineAnswers::Offload offload() {
+    return [this](std::function<void()> work, std::function<void()> then) { pending.emplace_back(work, then); };
+  }
+  void runAll() {
+    auto now = std::move(pending);
+    pending.clear();
+    for (auto& [work, then] : now) {
+      work();
+      then();
+    }
+  }
+};
+
+TEST_F(Engines, AnswersAreAskedOnceAndServedWithoutWaiting) {
+  auto scriptedKokoro = std::make_shared<ScriptedDriver>("kokoro");
+  auto stray = std::make_shared<ScriptedDriver>("piper");  // a production may name an engine outside the list
+  scriptedKokoro->answer = DriverHealth::presentWith(false, DriverLocation::local, 1, 2, "bundle");
+  scriptedKokoro->cast = {{"af", "Aoife", std::nullopt, {voice("a"), voice("b")}}};
+  stray->failsListing = true;
+  stray->answer = DriverHealth::presentWith(false, std::nullopt, 1, 1, "piper");
+  test::writeFile(dir / "local-voice.json", R"({"url":"http://bad host"})");
+  VoiceEngines engines(false, nullptr, scriptedKokoro, local);
+
+  Offloaded offloaded;
+  EngineAnswers answers(offloaded.offload());
+  std::vector<std::string> landed;
+  answers.askOnce(engines, stray, [&](const std::string& name) { landed.push_back(name); });
+  answers.askOnce(engines, stray);
+  EXPECT_EQ(offloaded.pending.size(), 3u);  // kokoro, local, and the stray one, once each
+  EXPECT_EQ(answers.health("kokoro"), DriverHealth::checking("kokoro"));
+  EXPECT_TRUE(answers.cast("kokoro").empty());
+
+  offloaded.runAll();
+  EXPECT_EQ(landed, (std::vector<std::string>{"kokoro", "local", "piper"}));
+  EXPECT_TRUE(answers.health("kokoro").present);
+  EXPECT_EQ(answers.cast("kokoro").size(), 1u);
+  EXPECT_EQ(answers.health("local").note, "the local server address http://bad host is not a URL");
+  EXPECT_TRUE(answers.health("piper").present);
+  EXPECT_TRUE(answers.cast("piper").empty());  // its listing failed
+  answers.askOnce(engines, stray);
+  EXPECT_TRUE(offloaded.pending.empty());
+  EXPECT_EQ(scriptedKokoro->asked, 1);
+
+  // A refresh forgets, and an answer from before it that lands late is dropped.
+  answers.askOnce(engines, stray);
+  answers.forget();
+  answers.askOnce(engines, nullptr);
+  scriptedKokoro->answer = DriverHealth::absent("gone now");
+  offloaded.runAll();
+  EXPECT_EQ(answers.health("kokoro").note, "gone now");
+  EXPECT_FALSE(answers.answered("piper"));
+}
+
+TEST(VoiceLadderPicker, TheLocalServersOwnSentenceWins) {
+  const std::string down = "Nothing answered at http://127.0.0.1:8080. Start your TTS server or change its address.";
+  EXPECT_EQ(VoiceLadder::pickerSays("local", DriverHealth::absent(down), nullptr, false), down);
+  EXPECT_EQ(VoiceLadder::pickerSays("local", DriverHealth::checking("local"), nullptr, false), "asking local…");
+  EXPECT_EQ(VoiceLadder::pickerSays("corvane", DriverHealth::absent("corvane is coming soon"), nullptr, false),
+            "No voice engine found. Import audio per line or export silent with captions.");
+  EXPECT_EQ(VoiceLadder::pickerSays("local", DriverHealth::presentWith(false, DriverLocation::local, 1, 1, "x"),
+                                    nullptr, false),
+            "local ready.");
 }
 
 }  // namespace
