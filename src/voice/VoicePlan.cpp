@@ -42,6 +42,26 @@ std::string VoicePlan::namedVoice(const std::vector<DriverCharacter>& cast, std:
                      ". Add one, or cast a different character.");
 }
 
+std::optional<std::string> VoicePlan::surviving(const std::vector<DriverCharacter>& cast,
+                                                const std::optional<std::string>& voice, std::string_view character) {
+  if (!voice || voice->empty() || character.empty()) return std::nullopt;
+  for (const auto& candidate : cast)
+    if (candidate.id == character && candidate.hasVoice(*voice)) return voice;
+  return std::nullopt;
+}
+
+std::optional<std::string> VoicePlan::pinned(const std::vector<DriverCharacter>& cast, std::string_view driver,
+                                             const std::optional<std::string>& voice, std::string_view character,
+                                             const std::optional<std::string>& inheriting) {
+  if (!voice || voice->empty() || voice == inheriting) return std::nullopt;
+  if (auto kept = surviving(cast, voice, character)) return kept;
+  try {
+    return namedVoice(cast, driver, character, std::nullopt);
+  } catch (const VoiceRefusal&) {
+    return std::nullopt;
+  }
+}
+
 VoicePlan VoicePlan::of(const TimelineItem& item, const Recording& recording,
                         const std::vector<DriverCharacter>& cast, std::string_view driver) {
   auto character = item.character ? item.character : recording.voice.character;

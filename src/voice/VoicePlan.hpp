@@ -34,6 +34,15 @@ struct VoicePlan {
   static VoicePlan of(const TimelineItem& item, const Recording& recording,
                       const std::vector<DriverCharacter>& cast, std::string_view driver);
 
+  // `voice` when the character is cast and has it; nothing otherwise.
+  static std::optional<std::string> surviving(const std::vector<DriverCharacter>& cast,
+                                              const std::optional<std::string>& voice, std::string_view character);
+  // The pin a line keeps when its character changes: none when it would inherit
+  // that voice anyway, the voice when it survives, else the character's default.
+  static std::optional<std::string> pinned(const std::vector<DriverCharacter>& cast, std::string_view driver,
+                                           const std::optional<std::string>& voice, std::string_view character,
+                                           const std::optional<std::string>& inheriting);
+
   bool operator==(const VoicePlan&) const = default;
 };
 

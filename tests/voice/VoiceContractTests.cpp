@@ -165,6 +165,20 @@ TEST_F(Plans, CastsTheLineOrSaysWhatIsMissing) {
   EXPECT_TRUE(plan().refused());
 }
 
+TEST_F(Plans, AVoiceSurvivesAChangeOfCharacterOnlyWhereItExists) {
+  cast.push_back({"guide", "Guide", "gf", {voice("gf"), voice("af")}});
+  EXPECT_EQ(VoicePlan::surviving(cast, "af", "guide"), "af");
+  EXPECT_FALSE(VoicePlan::surviving(cast, "bf", "guide"));
+  EXPECT_FALSE(VoicePlan::surviving(cast, "af", "ghost"));
+  EXPECT_FALSE(VoicePlan::surviving(cast, "", "guide"));
+
+  EXPECT_FALSE(VoicePlan::pinned(cast, "kokoro", std::nullopt, "guide", std::nullopt));
+  EXPECT_FALSE(VoicePlan::pinned(cast, "kokoro", "af", "guide", "af"));  // it would inherit it anyway
+  EXPECT_EQ(VoicePlan::pinned(cast, "kokoro", "af", "guide", "gf"), "af");
+  EXPECT_EQ(VoicePlan::pinned(cast, "kokoro", "bf", "guide", std::nullopt), "gf");  // the new character's default
+  EXPECT_FALSE(VoicePlan::pinned(cast, "kokoro", "bf", "mute", std::nullopt));
+}
+
 TEST_F(Plans, ALongRefusalIsCutForTheLine) {
   rec.timeline[0].character = std::string(200, 'q');
   auto refusal = *plan().refusal;
