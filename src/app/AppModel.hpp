@@ -12,6 +12,7 @@
 #include "kit/Blocking.hpp"
 #include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
+#include "kit/LineEdits.hpp"
 #include "kit/Retime.hpp"
 #include "kit/Schedule.hpp"
 #include "kit/Recording.hpp"
@@ -120,6 +121,17 @@ class AppModel {
   void editProduction(const std::string& field, const std::string& value);
   // One field of one item; an empty value clears it where the field may be missing.
   void editItem(const std::string& id, const std::string& field, const std::string& value);
+
+  // ---- Line edits: each one undo step, each refusing before it changes anything ----
+  // Splits a line's text before character `at`; the new line follows at the gap.
+  LineEdits::Split splitLine(const std::string& id, int at);
+  LineEdits::Merge mergeLines(const std::vector<std::string>& ids);
+  // Pins a run of neighbouring lines to render as one generation.
+  LineEdits::Pin generateTogether(const std::vector<std::string>& ids);
+  // The ids that were unpinned.
+  std::vector<std::string> generateAlone(const std::vector<std::string>& ids);
+  // Closes the generation the line landed in back onto its true offsets.
+  Schedule::Glue glueLines(const std::string& id);
 
   // ---- The stage script -----------------------------------------------------
   const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
