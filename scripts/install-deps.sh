@@ -8,6 +8,9 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libasio-dev nlohmann-json3-dev libssl-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libicu-dev clang
+  # The phonemiser's data is built from these (tools/build_speech_data.py).
+  festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
   libcurl4-openssl-dev libcpp-httplib-dev libespeak-ng-dev espeak-ng-data
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg
 )

@@ -283,7 +283,7 @@ std::vector<Step> parse(std::string_view source) {
     ++lineNumber;
     // No quote awareness: a "#" inside quotes cuts the line all the same.
     if (const size_t hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
-    const std::string_view trimmed = trim(line);
+    const std::string_view trimmed = Text::trimBlanks(line);
     if (trimmed.empty()) return;
     const bool indented = line.front() == ' ' || line.front() == '\t';
     if (!indented) anchor.reset();

@@ -87,7 +87,7 @@ std::vector<Token> tokens(std::string_view source) {
   forEachLine(source, [&](std::string_view line, size_t offset) {
     const size_t hash = line.find('#');
     const std::string_view part = hash == std::string_view::npos ? line : line.substr(0, hash);
-    scan(part, offset, isUnknown(trim(part)), out);
+    scan(part, offset, isUnknown(Text::trimBlanks(part)), out);
     if (hash != std::string_view::npos)
       out.push_back({Kind::comment, {offset + hash, offset + line.size()}, std::string(line.substr(hash))});
   });

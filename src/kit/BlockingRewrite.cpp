@@ -43,7 +43,7 @@ std::optional<std::string> rewriteHeader(std::string_view line, std::string_view
   const std::string_view head = line.substr(0, hash);
   const std::string_view comment = hash == std::string_view::npos ? std::string_view{} : line.substr(hash);
 
-  const std::string_view trimmed = BlockingText::trim(head);
+  const std::string_view trimmed = Text::trimBlanks(head);
   if (trimmed.empty() || trimmed.back() != ':') return std::nullopt;
   const size_t leadLength = static_cast<size_t>(trimmed.data() - head.data());
   const std::string_view lead = head.substr(0, leadLength);

@@ -4,29 +4,18 @@
 #include <string>
 #include <vector>
 
+#include "base/Text.hpp"
+
 // Small text helpers shared by the script's reader, lexer and rewriter.
 namespace tavorin::BlockingText {
 
 // "a, b, c": how the refusals list what would have been understood.
-inline std::string joined(const std::vector<std::string>& list) {
-  std::string out;
-  for (const auto& item : list) {
-    if (!out.empty()) out += ", ";
-    out += item;
-  }
-  return out;
-}
+inline std::string joined(const std::vector<std::string>& list) { return Text::join(list, ", "); }
 
 inline bool isWhitespace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
 }
 
-// Blanks and tabs only: a carriage return stays part of the line.
-inline std::string_view trim(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  return text;
-}
 
 // Words between blanks (the space character alone), empty ones dropped.
 inline std::vector<std::string_view> splitBlanks(std::string_view text) {

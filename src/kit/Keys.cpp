@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "base/Text.hpp"
 #include "kit/BlockingText.hpp"
 
 namespace tavorin {
@@ -58,13 +59,7 @@ std::vector<std::string_view> pieces(std::string_view text) {
   return out;
 }
 
-std::string_view trimBlanks(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  return text;
-}
-
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   std::string out;
   out.reserve(text.size() + 2);
   out += '\'';
@@ -131,22 +126,22 @@ std::optional<Combo> parse(std::string_view text) {
 }
 
 std::optional<std::string> refusal(std::string_view text) {
-  text = trimBlanks(text);
+  text = Text::trimBlanks(text);
   const auto parts = pieces(text);
   if (parts.empty()) return std::string("`key` needs a key to press");
   for (size_t i = 0; i + 1 < parts.size(); ++i)
     if (!modifier(parts[i]))
-      return quoted(clean(parts[i])) + " is not a modifier. Try: cmd, shift, alt, ctrl";
+      return inQuotes(clean(parts[i])) + " is not a modifier. Try: cmd, shift, alt, ctrl";
   std::vector<Modifier> seen;
   for (size_t i = 0; i + 1 < parts.size(); ++i) {
     const Modifier m = *modifier(parts[i]);
     if (std::find(seen.begin(), seen.end(), m) != seen.end())
-      return quoted(name(m)) + " is named twice in " + quoted(text);
+      return inQuotes(name(m)) + " is named twice in " + inQuotes(text);
     seen.push_back(m);
   }
   const std::string last = clean(parts.back());
   if (!code(last))
-    return quoted(last) + " is not a key this computer can press. Try: " + joined(hint());
+    return inQuotes(last) + " is not a key this computer can press. Try: " + joined(hint());
   return std::nullopt;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/IsoDate.hpp"
 #include "kit/Seed.hpp"
 #include "kit/Slug.hpp"
 
@@ -84,8 +85,16 @@ std::vector<Project> Library::projects() const {
 }
 
 Project Library::project(const std::string& name) const {
-  if (!Slug::isPlain(name) || !isProjectFolder(root / name)) throw LibraryError::noSuchProject(name);
-  return Project(root / name);
+  if (Slug::isPlain(name) && isProjectFolder(root / name)) return Project(root / name);
+  // Not a folder's name: the name a project shows, which its info may spell otherwise.
+  for (const Project& p : projects()) {
+    try {
+      if (p.info().name == name) return p;
+    } catch (const std::exception&) {
+      // A project whose info will not read is still reachable by its folder's name.
+    }
+  }
+  throw LibraryError::noSuchProject(name);
 }
 
 Project Library::createProject(const std::string& name, Clock::time_point now) const {
@@ -93,12 +102,12 @@ Project Library::createProject(const std::string& name, Clock::time_point now) c
   if (taken(root / name)) throw LibraryError::nameTaken(name);
   Project p(root / name);
   makeFolder(p.recordingsDir());
-  p.writeInfo(ProjectInfo{name, std::nullopt, std::nullopt, RecordingStore::isoDate(now)});
+  p.writeInfo(ProjectInfo{name, std::nullopt, std::nullopt, IsoDate::format(now)});
   return p;
 }
 
 std::string Library::clonedName(const std::string& name, Clock::time_point at) {
-  return name + "_cloned_" + RecordingStore::utcStamp(at);
+  return name + "_cloned_" + IsoDate::stamp(at);
 }
 
 Project Library::duplicate(const std::string& name, Clock::time_point now) const {
@@ -117,7 +126,7 @@ Project Library::duplicate(const std::string& name, Clock::time_point now) const
 
   ProjectInfo info = from.info();
   info.name = cloned;
-  info.createdAt = RecordingStore::isoDate(now);
+  info.createdAt = IsoDate::format(now);
   try {
     to.writeInfo(info);
   } catch (const std::exception& e) {

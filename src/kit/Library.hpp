@@ -42,7 +42,7 @@ class Library {
   std::vector<Project> projects() const;  // by name
   bool isEmpty() const { return projects().empty(); }
 
-  // Throws noSuchProject.
+  // By its folder's name (the slug) or the name it shows; throws noSuchProject.
   Project project(const std::string& name) const;
   // Makes <root>/<name>/recordings/ and project.json. Throws nameTaken or badName.
   Project createProject(const std::string& name, Clock::time_point now = Clock::now()) const;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "base/IsoDate.hpp"
+#include "base/AtomicFile.hpp"
 #include "kit/Library.hpp"
 #include "kit/RecordingJSON.hpp"
 #include "kit/Slug.hpp"
@@ -92,7 +94,7 @@ ProjectInfo Project::info() const {
   }
 }
 
-void Project::writeInfo(const ProjectInfo& info) const { RecordingStore::writeAtomically(infoURL(), info.encoded()); }
+void Project::writeInfo(const ProjectInfo& info) const { AtomicFile::write(infoURL(), info.encoded()); }
 
 RecordingSummary Project::summarize(const fs::path& productionDir) {
   RecordingSummary s;
@@ -157,6 +159,7 @@ std::vector<Project::TrashedRecording> Project::trashed() const {
     try {
       t.title = RecordingStore(it->path()).loadHead().title;
     } catch (const std::exception&) {
+      // An entry whose head will not read is still listed under its slug, so it can be restored.
     }
     out.push_back(std::move(t));
   }
@@ -206,10 +209,10 @@ std::string Project::trash(const std::string& slug, Clock::time_point now) const
   std::error_code ec;
   fs::create_directories(trashDir(), ec);
   if (ec) throw LibraryError::cannotTrash(slug, ec.message());
-  std::string entry = RecordingStore::utcStamp(now) + "-" + slug;
+  std::string entry = IsoDate::stamp(now) + "-" + slug;
   // Two trashings of one slug within a second must not land on each other.
   for (int n = 2; taken(trashDir() / entry); ++n)
-    entry = RecordingStore::utcStamp(now) + "-" + slug + "-" + std::to_string(n);
+    entry = IsoDate::stamp(now) + "-" + slug + "-" + std::to_string(n);
   fs::rename(from, trashDir() / entry, ec);
   if (ec) throw LibraryError::cannotTrash(slug, ec.message());
   return entry;

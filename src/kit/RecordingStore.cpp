@@ -1,12 +1,15 @@
 #include "kit/RecordingStore.hpp"
 
+#include "base/AtomicFile.hpp"
+#include "base/IsoDate.hpp"
+#include "base/Text.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <sstream>
 
 namespace tavorin {
@@ -15,12 +18,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
-
-std::string join(const std::vector<std::string>& parts, const std::string& glue) {
-  std::string out;
-  for (const auto& p : parts) out += (out.empty() ? "" : glue) + p;
-  return out;
-}
 
 std::vector<std::string> lastThree(const std::vector<std::string>& versions) {
   auto from = versions.size() > 3 ? versions.end() - 3 : versions.begin();
@@ -31,23 +28,6 @@ std::string pad(long value, int width) {
   std::string digits = std::to_string(value);
   if (static_cast<int>(digits.size()) < width) digits.insert(0, width - digits.size(), '0');
   return digits;
-}
-
-struct Civil {
-  int year;
-  unsigned month, day;
-  long hour, minute, second;
-};
-
-Civil civil(Clock::time_point t) {
-  using namespace std::chrono;
-  auto secs = floor<seconds>(t);
-  auto day = floor<days>(secs);
-  year_month_day ymd{day};
-  hh_mm_ss hms{secs - day};
-  return {static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
-          static_cast<long>(hms.hours().count()), static_cast<long>(hms.minutes().count()),
-          static_cast<long>(hms.seconds().count())};
 }
 
 json parseDocument(const std::string& text, const fs::path& file) {
@@ -91,7 +71,7 @@ std::string reason(const std::error_code& ec) { return ec.message(); }
 
 VersionNotFound::VersionNotFound(std::string name, std::vector<std::string> recent)
     : std::runtime_error("The system found no version named '" + name + "'. Pick a short or full name " +
-                         join(recent, ", ") + ", or run `versions` to see all saved states."),
+                         Text::join(recent, ", ") + ", or run `versions` to see all saved states."),
       name(std::move(name)),
       recent(std::move(recent)) {}
 
@@ -126,7 +106,7 @@ std::string RecordingStore::saveNewVersion(const Recording& recording, Clock::ti
   m.head = name;
   // The manifest is the one file every open needs, so it is swapped in whole: a
   // process killed mid-save leaves the old head, never a torn manifest.
-  writeAtomically(manifestURL(), encodeManifest(m));
+  AtomicFile::write(manifestURL(), encodeManifest(m));
   return name;
 }
 
@@ -135,7 +115,7 @@ void RecordingStore::setHead(const std::string& name) const {
   if (std::find(m.versions.begin(), m.versions.end(), name) == m.versions.end())
     throw StoreError(404, "no such version: " + name);
   m.head = name;
-  writeAtomically(manifestURL(), encodeManifest(m));
+  AtomicFile::write(manifestURL(), encodeManifest(m));
 }
 
 bool RecordingStore::hasDraft() const {
@@ -144,8 +124,8 @@ bool RecordingStore::hasDraft() const {
 }
 
 void RecordingStore::writeDraft(const Recording& recording, const std::string& basedOn, Clock::time_point now) const {
-  json j = {{"basedOn", basedOn}, {"savedAt", isoDate(now)}, {"recording", json::parse(recording.encoded())}};
-  writeAtomically(draftURL(), j.dump(2) + "\n");
+  json j = {{"basedOn", basedOn}, {"savedAt", IsoDate::format(now)}, {"recording", json::parse(recording.encoded())}};
+  AtomicFile::write(draftURL(), j.dump(2) + "\n");
 }
 
 std::optional<RecordingStore::Draft> RecordingStore::readDraft() const noexcept {
@@ -184,7 +164,7 @@ bool RecordingStore::isProduction(const fs::path& dir) {
 }
 
 std::string RecordingStore::versionName(long ordinal, Clock::time_point now) {
-  return "v" + pad(ordinal, 4) + "-" + utcStamp(now) + ".json";
+  return "v" + pad(ordinal, 4) + "-" + IsoDate::stamp(now) + ".json";
 }
 
 std::string RecordingStore::shortVersion(std::string_view name) {
@@ -202,66 +182,6 @@ std::string RecordingStore::resolveVersion(const std::string& name, const std::v
   throw VersionNotFound(name, lastThree(versions));
 }
 
-std::string RecordingStore::utcStamp(Clock::time_point t) {
-  Civil c = civil(t);
-  return pad(c.year, 4) + pad(c.month, 2) + pad(c.day, 2) + "-" + pad(c.hour, 2) + pad(c.minute, 2) +
-         pad(c.second, 2);
-}
-
-std::string RecordingStore::isoDate(Clock::time_point t) {
-  Civil c = civil(t);
-  return pad(c.year, 4) + "-" + pad(c.month, 2) + "-" + pad(c.day, 2) + "T" + pad(c.hour, 2) + ":" +
-         pad(c.minute, 2) + ":" + pad(c.second, 2) + "Z";
-}
-
-std::optional<Clock::time_point> RecordingStore::parseIsoDate(std::string_view s) {
-  using namespace std::chrono;
-  auto digits = [&](size_t at, size_t n) -> std::optional<int> {
-    if (at + n > s.size()) return std::nullopt;
-    int v = 0;
-    for (size_t i = at; i < at + n; ++i) {
-      if (s[i] < '0' || s[i] > '9') return std::nullopt;
-      v = v * 10 + (s[i] - '0');
-    }
-    return v;
-  };
-  auto is = [&](size_t at, char ch) { return at < s.size() && s[at] == ch; };
-
-  auto y = digits(0, 4), mo = digits(5, 2), d = digits(8, 2), h = digits(11, 2), mi = digits(14, 2),
-       se = digits(17, 2);
-  if (!y || !mo || !d || !h || !mi || !se || !is(4, '-') || !is(7, '-') || !(is(10, 'T') || is(10, 't')) ||
-      !is(13, ':') || !is(16, ':'))
-    return std::nullopt;
-  year_month_day ymd{year{*y}, month{static_cast<unsigned>(*mo)}, day{static_cast<unsigned>(*d)}};
-  if (!ymd.ok() || *h > 23 || *mi > 59 || *se > 60) return std::nullopt;
-
-  size_t at = 19;
-  if (is(at, '.')) {
-    ++at;
-    size_t start = at;
-    while (at < s.size() && s[at] >= '0' && s[at] <= '9') ++at;
-    if (at == start) return std::nullopt;
-  }
-  long offset = 0;
-  if (is(at, 'Z') || is(at, 'z')) {
-    ++at;
-  } else if (is(at, '+') || is(at, '-')) {
-    int sign = s[at] == '-' ? -1 : 1;
-    auto oh = digits(at + 1, 2);
-    if (!oh) return std::nullopt;
-    size_t minutesAt = is(at + 3, ':') ? at + 4 : at + 3;
-    auto om = digits(minutesAt, 2);
-    if (!om) return std::nullopt;
-    offset = sign * (*oh * 3600L + *om * 60L);
-    at = minutesAt + 2;
-  } else {
-    return std::nullopt;
-  }
-  if (at != s.size()) return std::nullopt;
-
-  auto t = sys_days{ymd} + hours{*h} + minutes{*mi} + seconds{*se} - seconds{offset};
-  return time_point_cast<Clock::duration>(t);
-}
 
 std::string RecordingStore::readText(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
@@ -284,27 +204,6 @@ void RecordingStore::writeInPlace(const fs::path& file, const std::string& text)
   out << text;
   out.flush();
   if (!out) throw std::runtime_error("could not write " + file.string());
-}
-
-void RecordingStore::writeAtomically(const fs::path& file, const std::string& text) {
-  static thread_local std::mt19937_64 random{std::random_device{}()};
-  char suffix[17];
-  std::snprintf(suffix, sizeof suffix, "%016llx", static_cast<unsigned long long>(random()));
-  const fs::path temp = file.parent_path() / ("." + file.filename().string() + "." + suffix + ".tmp");
-  try {
-    writeInPlace(temp, text);
-  } catch (...) {
-    std::error_code ignored;
-    fs::remove(temp, ignored);
-    throw;
-  }
-  std::error_code ec;
-  fs::rename(temp, file, ec);
-  if (ec) {
-    std::error_code ignored;
-    fs::remove(temp, ignored);
-    throw std::runtime_error("could not write " + file.string() + ": " + reason(ec));
-  }
 }
 
 }  // namespace tavorin

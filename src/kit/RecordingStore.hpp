@@ -87,19 +87,9 @@ struct RecordingStore {
   // that begins with it; else throws VersionNotFound.
   static std::string resolveVersion(const std::string& name, const std::vector<std::string>& versions);
 
-  // Dates as the production's files write them.
-  static std::string utcStamp(Clock::time_point t);  // yyyyMMdd-HHmmss, UTC
-  static std::string isoDate(Clock::time_point t);   // 2026-02-16T09:45:01Z
-  // ISO 8601 date-time with "Z" or a numeric offset; fractions of a second are read
-  // and dropped. Nothing for anything else.
-  static std::optional<Clock::time_point> parseIsoDate(std::string_view text);
-
   // Small file helpers shared by the stores. Failures throw a readable sentence.
   static std::string readText(const std::filesystem::path& file);
   static void writeInPlace(const std::filesystem::path& file, const std::string& text);
-  // Writes a temporary file beside `file`, then renames it over, so that a reader
-  // never sees half a document.
-  static void writeAtomically(const std::filesystem::path& file, const std::string& text);
 };
 
 }  // namespace tavorin

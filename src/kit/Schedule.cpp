@@ -10,6 +10,7 @@
 
 #include "kit/BlockingText.hpp"
 #include "kit/VoiceGroups.hpp"
+#include "base/Hex.hpp"
 
 namespace tavorin {
 
@@ -287,13 +288,7 @@ std::string digest(std::string_view source, const Recording& recording) {
   unsigned char hash[EVP_MAX_MD_SIZE];
   unsigned int size = 0;
   EVP_Digest(rows.data(), rows.size(), hash, &size, EVP_sha256(), nullptr);
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string out;
-  for (size_t i = 0; i < 8; ++i) {
-    out += hex[hash[i] >> 4];
-    out += hex[hash[i] & 0xF];
-  }
-  return out;
+  return hexDigits(hash, 8);
 }
 
 }  // namespace Schedule

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "base/IsoDate.hpp"
+#include "base/AtomicFile.hpp"
 #include "kit/Library.hpp"
 #include "kit/Slug.hpp"
 
@@ -33,14 +35,14 @@ Seed::Result Seed::recording(const Project& project, const std::string& slug, co
 
   Recording rec(slug, title && !title->empty() ? *title : slug);
   rec.blocking = "blocking.stage";
-  if (prompt) rec.origin = Origin{*prompt, agent, std::string(), RecordingStore::isoDate(now)};
+  if (prompt) rec.origin = Origin{*prompt, agent, std::string(), IsoDate::format(now)};
 
   fs::create_directories(dir, ec);
   if (ec) throw std::runtime_error("could not make " + dir.string() + ": " + ec.message());
   try {
     RecordingStore store(dir);
     std::string version = store.saveNewVersion(rec, now);
-    RecordingStore::writeAtomically(dir / "blocking.stage", "");
+    AtomicFile::write(dir / "blocking.stage", "");
     return Result{dir, slug, version};
   } catch (const std::exception&) {
     // Half a production would block the same slug next time.

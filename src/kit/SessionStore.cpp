@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "base/AtomicFile.hpp"
 #include "kit/RecordingStore.hpp"
 
 namespace tavorin {
@@ -82,7 +83,7 @@ void SessionStore::write(const SessionMemory& memory) const {
     fs::create_directories(file.parent_path(), ec);
     if (ec) throw std::runtime_error("could not make " + file.parent_path().string() + ": " + ec.message());
   }
-  RecordingStore::writeAtomically(file, encode(memory).dump(2) + "\n");
+  AtomicFile::write(file, encode(memory).dump(2) + "\n");
 }
 
 void SessionStore::rememberProduction(const fs::path& dir) const {
@@ -153,6 +154,7 @@ std::vector<RecentProduction> SessionStore::recentProductions() const {
     try {
       rp.title = RecordingStore(dir).loadHead().title;
     } catch (const std::exception&) {
+      // Listed under its folder's name; opening it reports what is wrong.
     }
     // production -> recordings -> project
     if (dir.parent_path().filename() == "recordings") rp.project = dir.parent_path().parent_path().filename().string();

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "base/Text.hpp"
+
 namespace tavorin::Subtitles {
 
 namespace {
@@ -15,19 +17,6 @@ std::string format(const char* pattern, auto... args) {
   char buffer[256];
   std::snprintf(buffer, sizeof buffer, pattern, args...);
   return buffer;
-}
-
-std::string trimmed(std::string_view text) {
-  const auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
-  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-  return std::string(text);
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](unsigned char x, unsigned char y) {
-    return std::tolower(x) == std::tolower(y);
-  });
 }
 
 }  // namespace
@@ -50,12 +39,12 @@ std::optional<Position> parsePosition(std::string_view text) {
 bool burns(const Style& style) { return style && style->burn.value_or(false); }
 
 std::string font(const Style& style) {
-  std::string chosen = style && style->font ? trimmed(*style->font) : std::string();
+  std::string chosen = style && style->font ? std::string(Text::trimSpace(*style->font)) : std::string();
   return chosen.empty() ? std::string(defaultFont) : chosen;
 }
 
 bool isHouse(std::string_view name) {
-  return std::ranges::any_of(houseFonts, [&](std::string_view f) { return equalsIgnoringCase(f, name); });
+  return std::ranges::any_of(houseFonts, [&](std::string_view f) { return Text::equalsIgnoringCase(f, name); });
 }
 
 double clampSize(double v) { return std::clamp(v, minSize, maxSize); }

@@ -1,9 +1,13 @@
 #include "kit/VariantsStore.hpp"
 
+#include "base/IsoDate.hpp"
+#include "base/AtomicFile.hpp"
+
 #include <openssl/evp.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include "base/Hex.hpp"
 
 namespace tavorin {
 
@@ -54,7 +58,7 @@ Variant decodeVariant(const json& j) {
   if (!seconds->is_number()) bad("has a variant whose \"seconds\" is not a number");
   v.seconds = seconds->get<double>();
   const json* made = member(j, "made", true);
-  auto when = made->is_string() ? RecordingStore::parseIsoDate(made->get<std::string>()) : std::nullopt;
+  auto when = made->is_string() ? IsoDate::parse(made->get<std::string>()) : std::nullopt;
   if (!when) bad("has a variant whose \"made\" is not an ISO 8601 date");
   v.made = *when;
   v.character = optText(j, "character");
@@ -75,7 +79,7 @@ json encodeVariant(const Variant& v) {
             {"file", v.file},
             {"text", v.text},
             {"seconds", v.seconds},
-            {"made", RecordingStore::isoDate(v.made)}};
+            {"made", IsoDate::format(v.made)}};
   if (v.character) j["character"] = *v.character;
   if (v.voice) j["voice"] = *v.voice;
   if (v.offset) j["offset"] = *v.offset;
@@ -113,13 +117,7 @@ std::string md5Hex(const std::string& bytes) {
   unsigned int length = 0;
   if (EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_md5(), nullptr) != 1)
     throw std::runtime_error("MD5 is not available in this build of OpenSSL");
-  static const char hex[] = "0123456789abcdef";
-  std::string out;
-  for (unsigned i = 0; i < length; ++i) {
-    out += hex[digest[i] >> 4];
-    out += hex[digest[i] & 0xF];
-  }
-  return out;
+  return hexDigits(digest, length);
 }
 
 }  // namespace
@@ -165,7 +163,7 @@ void VariantsStore::write(const Index& index) const {
   std::error_code ec;
   fs::create_directories(url.parent_path(), ec);
   if (ec) throw std::runtime_error("could not make " + url.parent_path().string() + ": " + ec.message());
-  RecordingStore::writeAtomically(url, index.encoded());
+  AtomicFile::write(url, index.encoded());
 }
 
 VariantsStore::Loaded VariantsStore::load(const std::function<Index()>& rebuild, Clock::time_point now) const {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
+#include "base/Hex.hpp"
 
 namespace tavorin {
 
@@ -29,13 +30,7 @@ std::string md5Hex(const std::string& bytes) {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_md5(), nullptr);
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string out;
-  for (unsigned int i = 0; i < length; ++i) {
-    out += hex[digest[i] >> 4];
-    out += hex[digest[i] & 0xf];
-  }
-  return out;
+  return hexDigits(digest, length);
 }
 
 VoiceGroups::Predicate landedAs(std::string_view group) {

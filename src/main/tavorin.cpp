@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "app/AppDelegate.hpp"
+#include "app/process/AppDelegate.hpp"
 
 // The application loop is the process's one io_context, run on the main thread:
 // it is the main actor, and everything that touches the model runs on it.

@@ -121,7 +121,16 @@ void JSONValue::push(JSONValue value) {
 
 std::string JSONValue::encode() const {
   try {
-    return toNlohmann(*this).dump();
+    // The wire writes forward slashes escaped. A slash can only stand inside a
+    // string in JSON text, so escaping every one of them is exact.
+    const std::string plain = toNlohmann(*this).dump();
+    std::string out;
+    out.reserve(plain.size());
+    for (char c : plain) {
+      if (c == '/') out += '\\';
+      out += c;
+    }
+    return out;
   } catch (const json::exception& e) {
     throw std::runtime_error(e.what());
   }

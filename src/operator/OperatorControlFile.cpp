@@ -11,6 +11,7 @@
 
 #include "operator/JSONValue.hpp"
 #include "platform/TavorinPaths.hpp"
+#include "base/AtomicFile.hpp"
 
 namespace tavorin {
 
@@ -64,32 +65,8 @@ void OperatorControlFile::write(const fs::path& file) const {
                                                {"token", token},
                                                {"pid", static_cast<long long>(pid)}})
                                .encode();
-  // The token is a secret: the temporary file is private from its first byte.
-  std::string temp = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
-  int fd = ::mkstemp(temp.data());
-  if (fd < 0) throw std::runtime_error("can't write " + file.string() + ": " + std::strerror(errno));
-  ::fchmod(fd, 0600);
-  std::size_t done = 0;
-  while (done < text.size()) {
-    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const std::string why = std::strerror(errno);
-      ::close(fd);
-      ::unlink(temp.c_str());
-      throw std::runtime_error("can't write " + file.string() + ": " + why);
-    }
-    done += static_cast<std::size_t>(n);
-  }
-  ::fsync(fd);
-  ::close(fd);
-  if (::rename(temp.c_str(), file.c_str()) != 0) {
-    const std::string why = std::strerror(errno);
-    ::unlink(temp.c_str());
-    throw std::runtime_error("can't write " + file.string() + ": " + why);
-  }
-  if (::chmod(file.c_str(), 0600) != 0)
-    throw std::runtime_error("can't make " + file.string() + " private: " + std::strerror(errno));
+  // The token is a secret: the file is private from its first byte.
+  AtomicFile::write(file, text, AtomicFile::Access::privateToUser);
 }
 
 void OperatorControlFile::remove(const fs::path& file) noexcept {

@@ -59,8 +59,8 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"snapshot", "status",
      "Photograph the window to a PNG without quitting the app. The picture comes from the window server, "
-     "so video on the program monitor is in it. A CPU render leaves that black. Needs Screen Recording and "
-     "says so by name without it. Answers with the file's real `pixels`. Names its own failure: no "
+     "so video on the program monitor is in it. A CPU render leaves that black. Needs a display to capture "
+     "and says so by name without one. Answers with the file's real `pixels`. Names its own failure: no "
      "picture, or no answer inside four seconds.",
      {
       {"path", true,
@@ -108,7 +108,7 @@ std::vector<VerbSpec> makeTable() {
     {"render.flow", "nav",
      "Former spelling of `export.flow`; retained for script compatibility.",
      {},
-     false},
+     true},
     {"flow.end", "nav",
      "Close whatever is open over the page — the Export sheet or the slate.",
      {},
@@ -419,10 +419,10 @@ std::vector<VerbSpec> makeTable() {
        "open=1 raises the popover, open=0 puts it away."}},
      true},
     {"permissions", "system",
-     "Live view of the full ritual: Screen Recording, Accessibility, Automation → Chrome and Chrome's "
-     "JavaScript switch. Every row carries the line and the button the sheet draws. `identity` names the "
-     "copy macOS books these grants against, with the responsible pid and the two quiet lines the sheet "
-     "prints under the rows.",
+     "Live view of the full ritual: screen capture of the display, input through XTest, the browser's "
+     "DevTools connection and its JavaScript. Every row carries the line and the button the sheet draws. "
+     "`identity` names the copy of Tavorin the checks are made for, with its pid and the two quiet lines the "
+     "sheet prints under the rows.",
      {},
      false},
     {"permissions.open", "system",
@@ -1202,7 +1202,7 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"segment.remove", "timeline",
      "Cut a segment out. What follows slides left, the lines after it move with it, and labels and music "
-     "stay where they were put. ⌘Z puts it back. This is what the `X` key does.",
+     "stay where they were put. Ctrl+Z puts it back. This is what the `X` key does.",
      {
       {"id", false,
        "Segment id — see segment.list. With none, the picked segment goes, or the one under the playhead."}},
@@ -1221,7 +1221,7 @@ std::vector<VerbSpec> makeTable() {
     {"segment.set", "timeline",
      "Set where a segment starts and ends in the take, in footage seconds. Unlike `segment.trim` it can "
      "also give a segment back the film it is not showing, which is the repair when a cut was written "
-     "against a shorter take. What follows slides. ⌘Z puts it back.",
+     "against a shorter take. What follows slides. Ctrl+Z puts it back.",
      {
       {"id", true,
        "Segment id — see segment.list."},
@@ -1265,7 +1265,7 @@ std::vector<VerbSpec> makeTable() {
      true},
     {"zoom.set", "timeline",
      "Change a zoom: where it starts and ends, how close it goes, the spot it aims at, the style, and the "
-     "length of the move at each end. ⌘Z steps back.",
+     "length of the move at each end. Ctrl+Z steps back.",
      {
       {"id", true,
        "Zoom id — see zoom.list."},
@@ -1429,7 +1429,7 @@ std::vector<VerbSpec> makeTable() {
        "does."}},
      true},
     {"quit", "app",
-     "Close Tavorin like ⌘Q - control file removed, no orphan.",
+     "Close Tavorin like Ctrl+Q - control file removed, no orphan.",
      {},
      true},
   };

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "platform/TavorinPaths.hpp"
+#include "base/AtomicFile.hpp"
 
 namespace tavorin {
 
@@ -29,14 +30,7 @@ json readAll(const fs::path& file) {
 void writeAll(const fs::path& file, const json& j) {
   std::error_code ec;
   fs::create_directories(file.parent_path(), ec);
-  const fs::path temp = file.string() + ".tmp";
-  {
-    std::ofstream out(temp, std::ios::trunc);
-    if (!out) throw std::runtime_error("can't write " + file.string());
-    out << j.dump(2) << "\n";
-  }
-  fs::rename(temp, file, ec);
-  if (ec) throw std::runtime_error("can't write " + file.string() + ": " + ec.message());
+  AtomicFile::write(file, j.dump(2) + "\n");
 }
 }  // namespace
 

@@ -5,20 +5,19 @@
 
 #include "platform/TavorinPaths.hpp"
 #include "platform/UserDefaults.hpp"
-#include "voice/local/LocalDriver.hpp"
 
 namespace tavorin {
 
 VoiceEngines::VoiceEngines(bool corvaneOpen, std::shared_ptr<VoiceDriver> corvane, std::shared_ptr<VoiceDriver> kokoro,
-                           std::shared_ptr<LocalDriver> local)
+                           std::shared_ptr<VoiceDriver> local)
     : corvaneOpen_(corvaneOpen),
       corvane_(corvane ? std::move(corvane) : std::make_shared<ComingSoon>()),
       kokoro_(std::move(kokoro)),
-      local_(std::move(local)) {}
+      localDriver_(std::move(local)) {}
 
 std::shared_ptr<VoiceDriver> VoiceEngines::pick(const std::optional<std::string>& name) const {
   if (name == "kokoro") return kokoro_;
-  if (name == "local") return local_;
+  if (name == "local") return localDriver_;
   return corvane_;
 }
 
@@ -26,7 +25,7 @@ std::vector<std::shared_ptr<VoiceDriver>> VoiceEngines::all() const {
   std::vector<std::shared_ptr<VoiceDriver>> out;
   if (corvaneOpen_) out.push_back(corvane_);
   out.push_back(kokoro_);
-  out.push_back(local_);
+  out.push_back(localDriver_);
   return out;
 }
 

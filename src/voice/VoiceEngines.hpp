@@ -42,13 +42,20 @@ class ComingSoon final : public VoiceDriver {
 // The engines the studio knows, owned by the model.
 class VoiceEngines {
  public:
+  // A template so that this library needs no header of the local driver's: the
+  // caller, which holds a LocalDriver, makes the conversion.
+  template <class Local>
   VoiceEngines(bool corvaneOpen, std::shared_ptr<VoiceDriver> corvane, std::shared_ptr<VoiceDriver> kokoro,
-               std::shared_ptr<LocalDriver> local);
+               std::shared_ptr<Local> local)
+      : VoiceEngines(corvaneOpen, std::move(corvane), std::move(kokoro), std::shared_ptr<VoiceDriver>(local)) {
+    local_ = std::move(local);
+  }
 
   bool corvaneOpen() const { return corvaneOpen_; }
   const std::shared_ptr<VoiceDriver>& corvane() const { return corvane_; }
   const std::shared_ptr<VoiceDriver>& kokoro() const { return kokoro_; }
   const std::shared_ptr<LocalDriver>& local() const { return local_; }
+  const std::shared_ptr<VoiceDriver>& localDriver() const { return localDriver_; }
 
   // The production's engine; a name that is none of ours lands on the external one.
   std::shared_ptr<VoiceDriver> pick(const std::optional<std::string>& name) const;
@@ -62,8 +69,10 @@ class VoiceEngines {
   static bool corvaneReleased(const UserDefaults& defaults);
 
  private:
+  VoiceEngines(bool corvaneOpen, std::shared_ptr<VoiceDriver> corvane, std::shared_ptr<VoiceDriver> kokoro,
+               std::shared_ptr<VoiceDriver> local);
   bool corvaneOpen_;
-  std::shared_ptr<VoiceDriver> corvane_, kokoro_;
+  std::shared_ptr<VoiceDriver> corvane_, kokoro_, localDriver_;
   std::shared_ptr<LocalDriver> local_;
 };
 

@@ -15,7 +15,7 @@
 namespace tavorin {
 namespace {
 
-const std::filesystem::path demo = std::filesystem::path(__FILE__).parent_path() / "../../examples/halden-demo";
+const std::filesystem::path demo = std::filesystem::path(TAVORIN_TEST_DATA) / "../../examples/halden-demo";
 
 TEST(HaldenDemo, IsWhatTheStoreWouldWrite) {
   const RecordingStore store(demo);

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "TestSupport.hpp"
+#include "base/IsoDate.hpp"
 #include "kit/RecordingStore.hpp"
 
 using namespace tavorin;
@@ -199,11 +200,11 @@ TEST(RecordingStore, ResolveVersionTakesFullThenNewestShortThenOldestPrefix) {
 }
 
 TEST(RecordingStore, DatesWriteInUtcAndReadWithOffsets) {
-  EXPECT_EQ(RecordingStore::utcStamp(morning), "20260216-094501");
-  EXPECT_EQ(RecordingStore::isoDate(morning), "2026-02-16T09:45:01Z");
-  EXPECT_EQ(RecordingStore::parseIsoDate("2026-02-16T09:45:01Z"), morning);
-  EXPECT_EQ(RecordingStore::parseIsoDate("2026-02-16T10:45:01.250+01:00"), morning);
-  EXPECT_EQ(RecordingStore::parseIsoDate("2026-02-16T04:45:01-0500"), morning);
+  EXPECT_EQ(IsoDate::stamp(morning), "20260216-094501");
+  EXPECT_EQ(IsoDate::format(morning), "2026-02-16T09:45:01Z");
+  EXPECT_EQ(IsoDate::parse("2026-02-16T09:45:01Z"), morning);
+  EXPECT_EQ(IsoDate::parse("2026-02-16T10:45:01.250+01:00"), morning);
+  EXPECT_EQ(IsoDate::parse("2026-02-16T04:45:01-0500"), morning);
   for (const char* bad : {"", "2026-02-16", "2026-02-30T00:00:00Z", "2026-02-16T09:45:01", "2026-02-16T09:45:01Zjunk"})
-    EXPECT_EQ(RecordingStore::parseIsoDate(bad), std::nullopt) << bad;
+    EXPECT_EQ(IsoDate::parse(bad), std::nullopt) << bad;
 }

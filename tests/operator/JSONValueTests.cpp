@@ -64,6 +64,11 @@ TEST(JSONValue, EncodesTheBareValue) {
   const double d = 0.1 + 0.2;
   EXPECT_EQ(JSONValue::decode(JSONValue(d).encode()).doubleValue(), d);
   EXPECT_THROW(JSONValue(std::string("\xff")).encode(), std::runtime_error);
+  // Forward slashes go out escaped, in keys and values alike, and read back either way.
+  const JSONValue path = JSONValue::object({{"a/b", "/tmp/x"}});
+  EXPECT_EQ(path.encode(), "{\"a\\/b\":\"\\/tmp\\/x\"}");
+  EXPECT_EQ(JSONValue::decode(path.encode()), path);
+  EXPECT_EQ(*JSONValue::decode("\"/tmp\"").stringValue(), "/tmp");
 }
 
 TEST(OperatorCommand, AnEmptyArgumentIsAMissingOne) {

@@ -154,7 +154,7 @@ TEST_F(TavorinSpeech, RefusesBadRequestsWithJsonErrors) {
 }
 
 TEST_F(TavorinSpeech, SurvivesHostileBytesAndServesConcurrentClientsInTurn) {
-  for (std::string junk : {std::string("\x00\xff\x13garbage\r\n\r\n", 16), std::string("POST /v1/audio/speech HTTP/1.1\r\n"
+  for (std::string junk : {std::string("\x00\xff\x13garbage\r\n\r\n", 14), std::string("POST /v1/audio/speech HTTP/1.1\r\n"
                            "Content-Length: 99999999999999999999\r\n\r\n{"), std::string(9000, 'G')}) {
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};

@@ -1,0 +1,327 @@
+#pragma once
+#include <cstdint>
+#include <mutex>
+#include <deque>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/model/AppModelFailure.hpp"
+#include "app/model/FieldValue.hpp"
+#include "app/model/MainActor.hpp"
+#include "app/model/ManualMainActor.hpp"
+#include "app/model/Offloader.hpp"
+#include "app/model/ToastCenter.hpp"
+#include "base/LifetimeToken.hpp"
+#include "kit/Blocking.hpp"
+#include "kit/BlockingDiagnostic.hpp"
+#include "kit/History.hpp"
+#include "kit/LineEdits.hpp"
+#include "kit/Retime.hpp"
+#include "kit/Schedule.hpp"
+#include "kit/Recording.hpp"
+#include "kit/SessionStore.hpp"
+#include "kit/VariantsStore.hpp"
+#include "kit/VoiceGroups.hpp"
+#include "kit/VoiceSpan.hpp"
+#include "voice/EngineAnswers.hpp"
+#include "voice/VoiceEngines.hpp"
+#include "voice/VoicePlan.hpp"
+
+namespace tavorin {
+
+class Pasteboard;
+class RecordingStore;
+
+// The open production and everything about it. One instance for the life of the
+// process, reopened in place. Every change of the document passes through
+// `setRecording` (and of the script through `setBlocking`), so undo, the draft on
+// disk, the dirty mark and the caches are kept by one mechanism whatever the act.
+class AppModel {
+ public:
+  using Failure = AppModelFailure;
+  static constexpr std::size_t eventCap = 500;
+  static constexpr double draftDelay = 0.8;
+
+  // Disk writes of the session go through `offloader`; the model never waits on a disk.
+  AppModel(MainActor& actor, Offloader& offloader, SessionStore session, Pasteboard& pasteboard);
+  // For tests and tools: the manual actor runs offloaded work itself, when drained.
+  AppModel(ManualMainActor& actor, SessionStore session, Pasteboard& pasteboard);
+  ~AppModel();
+  AppModel(const AppModel&) = delete;
+  AppModel& operator=(const AppModel&) = delete;
+
+  MainActor& actor() { return actor_; }
+  ToastCenter& toasts() { return toasts_; }
+  const SessionStore& session() const { return session_; }
+  Pasteboard& pasteboard() { return pasteboard_; }
+
+  // ---- The production ----------------------------------------------------
+  const std::optional<Recording>& production() const { return stored_; }
+  bool isOpen() const { return stored_.has_value(); }
+  // The open document; refuses with noProduction.
+  const Recording& recording() const;
+  // The one door for a change of the document.
+  void setRecording(Recording next);
+  const std::string& blocking() const { return storedBlocking_; }
+  // The one door for a change of the script.
+  void setBlocking(std::string text);
+  const std::optional<std::filesystem::path>& baseDir() const { return baseDir_; }
+  // blocking.stage, or the name the document gives.
+  std::optional<std::filesystem::path> blockingURL() const;
+
+  const std::optional<std::string>& loadError() const { return loadError_; }
+  const std::optional<std::string>& headVersion() const { return headVersion_; }
+  const std::optional<std::string>& viewingVersion() const { return viewingVersion_; }
+  const std::vector<std::string>& versions() const { return versions_; }
+  bool restoredDraft() const { return restoredDraft_; }
+  bool dirty() const { return dirty_; }
+  bool blockingDirty() const { return blockingDirty_; }
+  bool isReadOnly() const { return viewingVersion_.has_value(); }
+  const VariantsStore::Index& variantIndex() const { return variantIndex_; }
+
+  // Refusals every edit makes first: noProduction, then readOnly.
+  void requireEditable() const;
+
+  // ---- Life of a production ------------------------------------------------
+  Recording open(const std::filesystem::path& dir);
+  void save();
+  void revert();
+  void openVersion(const std::string& name);
+  void makeHead(const std::string& name);
+  void settle();
+  void markClean();
+  void scheduleDraft();
+  // Writes a waiting draft now; runs before any act that leaves the production.
+  void flushDraft();
+  // Writes blocking.stage atomically when the script differs from the file.
+  void saveBlocking();
+
+  static std::string shortVersion(const std::string& name);
+  // A full name, a short one, or a prefix; refuses with noSuchVersion.
+  std::string resolveVersion(const std::string& name) const;
+
+  // ---- Undo --------------------------------------------------------------
+  const History& history() const { return history_; }
+  // Names the next undo step; with `merging`, a change under the same name as the
+  // top step joins it (a slider's run of moves is one step).
+  void remember(std::string name, bool merging = false);
+  void closeTurn();
+  void land(const HistoryStep& step);
+  // The ids that came back.
+  std::vector<std::string> undo();
+  std::vector<std::string> redo();
+
+  // ---- Selection and clipboard -------------------------------------------
+  const std::vector<std::string>& selection() const { return selection_; }
+  void select(const std::vector<std::string>& ids, bool extend = false);
+  void selectAll();
+  void clearSelection() { selection_.clear(); }
+  const std::optional<std::string>& hovered() const { return hovered_; }
+  void hover(std::optional<std::string> id) { hovered_ = std::move(id); }
+  // How many items and zooms went to the pasteboard.
+  std::size_t copySelection();
+  std::size_t cutSelection();
+  // The ids of the pasted items and zooms.
+  std::vector<std::string> paste(std::optional<double> at = std::nullopt,
+                                 const std::optional<std::string>& text = std::nullopt);
+  // Removes items and zooms by id, as one undo step.
+  void deleteItems(const std::vector<std::string>& ids);
+
+  // ---- Edits ---------------------------------------------------------------
+  // What kind of value a field of an item or of the production takes; text for a
+  // field the model does not know, which the edit itself then refuses by name.
+  static FieldValue::Kind fieldKind(const std::string& field);
+  // The production's own fields; a cleared value falls back to the inherited default.
+  void editProduction(const std::string& field, const FieldValue& value);
+  // One field of one item; a cleared value removes it where the field may be missing.
+  void editItem(const std::string& id, const std::string& field, const FieldValue& value);
+
+  // ---- Line edits: each one undo step, each refusing before it changes anything ----
+  // Splits a line's text before character `at`; the new line follows at the gap.
+  LineEdits::Split splitLine(const std::string& id, int at);
+  LineEdits::Merge mergeLines(const std::vector<std::string>& ids);
+  // Pins a run of neighbouring lines to render as one generation.
+  LineEdits::Pin generateTogether(const std::vector<std::string>& ids);
+  // The ids that were unpinned.
+  std::vector<std::string> generateAlone(const std::vector<std::string>& ids);
+  // Closes the generation the line landed in back onto its true offsets.
+  Schedule::Glue glueLines(const std::string& id);
+
+  // ---- Voice engines ------------------------------------------------------------
+  // The engines, and how their questions run off this thread. Until given, the
+  // model has the standard set and asks on this thread's next turn.
+  void useVoiceEngines(std::shared_ptr<VoiceEngines> engines, EngineAnswers::Offload offload);
+  const VoiceEngines& engines();
+  // The production's engine.
+  std::shared_ptr<VoiceDriver> driver();
+  bool usesLocalServer() { return driver()->name() == "local"; }
+  // Served from what the engines last said; "checking" until they answer.
+  DriverHealth voiceHealth();
+  DriverHealth health(const VoiceDriver& of);
+  std::vector<DriverCharacter> cast();
+  std::string rungSays();
+  // Forgets every answer and asks again, noting the current engine's new line.
+  void refreshDriver();
+  std::string voiceModel() const;
+  std::string voiceModelTitle();
+  std::string namedVoice(const std::string& character, const std::optional<std::string>& voice);
+  VoicePlan voicePlan(const TimelineItem& item, const Recording& in);
+  std::optional<std::string> productionVoiceName();
+  std::optional<std::string> productionVoiceRefusal();
+  // Points the local engine at another server or key; app-wide, not in the production.
+  void useLocalServer(const std::optional<std::string>& url, const std::optional<std::string>& key);
+  int localServerRevision() const { return localServerRevision_; }
+
+  // ---- Generations ---------------------------------------------------------------
+  VoiceSpan voiceSpan() const;
+  std::vector<VoiceGroups::Group> voiceGroups() const;
+  std::optional<VoiceGroups::Group> voiceGroup(const std::string& id) const;
+  bool isContiguous(const std::string& group) const;
+  // Line id to the label of the last cue at or before its start.
+  VoiceGroups::CueTags cueTags() const;
+  // Gives a line an audio file of the user's own, copied into audio/; what follows
+  // moves to fit its length. Answers the line's new length.
+  double setLineAudio(const std::string& id, const std::filesystem::path& file);
+
+  // ---- The stage script -----------------------------------------------------
+  const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
+  const std::vector<Schedule::Cue>& cues() const { return cues_; }
+  const std::vector<BlockingDiagnostic>& blockingDiagnostics() const { return blockingDiagnostics_; }
+  // Swaps in a new script as one undo step; the cues and diagnostics follow at once.
+  void replaceBlocking(std::string text);
+  // Moves a cue by rewriting only the offset of its block. Refuses a cue the compiled
+  // script lacks, and one whose time comes from the sequence rather than an anchor.
+  void moveCue(int ordinal, double to);
+  bool blockingDrawerOpen = false;
+
+  // ---- Timing edits ------------------------------------------------------------
+  // The dock's snapping toggle, which a move obeys unless told otherwise.
+  bool snapping = true;
+  static constexpr double snapPixels = 7;
+  double snapWindow(std::optional<bool> snap) const;
+  // Where a drag of `id` to `to` would land, and what it snapped to; changes nothing.
+  Retime::Snap snapPreview(const std::string& id, double to, std::optional<bool> snap = std::nullopt) const;
+  Retime::Snap moveItem(const std::string& id, double to, std::optional<bool> snap = std::nullopt);
+  // The copy's id.
+  std::string duplicateItem(const std::string& id, std::optional<double> at = std::nullopt);
+  // The jog: "prev", "next", "start" or "end". Returns the new playhead.
+  double stepCue(const std::string& to);
+
+  // ---- Labels: notes on the timeline that nothing else reads ------------------
+  // The new label's id.
+  std::string addLabel(double at, const std::optional<std::string>& text);
+  void renameLabel(const std::string& id, const std::string& text);
+  // Opens a label for writing; nothing changes until the words are committed.
+  void editLabel(const std::string& id);
+  const std::optional<std::string>& editingLabel() const { return editingLabel_; }
+
+  // ---- The side panel --------------------------------------------------------
+  static const std::vector<std::string>& panelTabs();
+  const std::string& panelTab() const { return panelTab_; }
+  // Showing a tab closes the item editor, which means clearing the selection.
+  void showPanelTab(const std::string& tab);
+  const std::vector<std::string>& collapsedGroups() const { return collapsed_; }
+  // Collapses or opens a group of the info tab; nothing flips it.
+  void setGroupCollapsed(const std::string& group, std::optional<bool> collapsed);
+  // Reads the panel's tab and collapsed groups from the session.
+  void loadPanelState();
+  bool paletteOpen = false;
+
+  // ---- Transport, as far as this build has one ------------------------------
+  double playhead() const { return playhead_; }
+  void setPlayhead(double seconds) { playhead_ = seconds < 0 ? 0 : seconds; }
+  double pxPerSecond() const { return pxPerSecond_; }
+  void setPxPerSecond(double px) { pxPerSecond_ = px; }
+
+  // ---- Events --------------------------------------------------------------
+  // The feed, oldest first; every state change of weight adds a line.
+  const std::deque<std::string>& events() const { return events_; }
+  void note(std::string line);
+
+ private:
+  // While held, changes are not recorded: loading, restoring and undoing are not edits.
+  class Hold {
+   public:
+    explicit Hold(AppModel& m) : m_(m) { ++m_.held_; }
+    ~Hold() { --m_.held_; }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+   private:
+    AppModel& m_;
+  };
+  void noteChange(const Recording& before, const std::string& blockingBefore);
+  std::vector<std::string> walkHistory(bool back);
+  void openTurn();
+  void loadBlocking(const std::filesystem::path& dir, const Recording& rec);
+  void loadVariants(const std::filesystem::path& dir, const Recording& rec);
+  VariantsStore::Index seededVariants(const std::filesystem::path& dir, const Recording& rec) const;
+  void restoreDraftIfAny(const RecordingStore& store);
+  void writeDraftNow();
+  void writeDraftInPlace();
+  void cancelDraft();
+  void readManifest(const RecordingStore& store);
+  void storeUnrecorded(Recording rec);
+
+  MainActor& actor_;
+  Offloader& offloader_;
+  SessionStore session_;
+  Pasteboard& pasteboard_;
+  ToastCenter toasts_;
+
+  std::optional<Recording> stored_;
+  std::optional<std::filesystem::path> baseDir_;
+  std::optional<std::string> loadError_;
+  std::optional<std::string> headVersion_;
+  std::optional<std::string> viewingVersion_;
+  std::vector<std::string> versions_;
+  bool restoredDraft_ = false;
+  bool dirty_ = false;
+  std::optional<Recording> savedRec_;
+  std::string savedBlocking_;
+  std::string storedBlocking_;
+  bool blockingDirty_ = false;
+
+  std::vector<std::string> selection_;
+  std::optional<std::string> hovered_;
+
+  History history_;
+  int held_ = 0;
+  bool turnOpen_ = false;
+  bool pushedThisTurn_ = false;
+  std::optional<std::string> pendingName_;
+  bool pendingMerge_ = false;
+
+  std::shared_ptr<MainActor::Timer> draftWork_;
+  // Shared with draft writes running on a worker: a save or a discard bumps the
+  // generation, under the lock, so a write taken before it never lands after it.
+  struct DraftLane {
+    std::mutex lock;
+    std::uint64_t generation = 0;
+  };
+  std::shared_ptr<DraftLane> draftLane_ = std::make_shared<DraftLane>();
+  std::deque<std::string> events_;
+
+  void compileBlocking();
+  std::vector<Blocking::Step> blockingSteps_;
+  std::vector<Schedule::Cue> cues_;
+  std::vector<BlockingDiagnostic> blockingDiagnostics_;
+  VariantsStore::Index variantIndex_;
+  std::optional<std::string> editingLabel_;
+  std::string panelTab_ = "voice";
+  std::vector<std::string> collapsed_;
+  double playhead_ = 0;
+  double pxPerSecond_ = 100;
+  void askDriversOnce(bool announce);
+  void editVoiceField(Recording& next, const std::string& field, const std::string& value);
+  std::shared_ptr<VoiceEngines> engines_;
+  std::unique_ptr<EngineAnswers> answers_;
+  int localServerRevision_ = 0;
+  // Guards posted work against a model that is gone.
+  LifetimeToken alive_;
+};
+
+}  // namespace tavorin

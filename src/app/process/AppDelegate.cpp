@@ -1,0 +1,101 @@
+#include "app/process/AppDelegate.hpp"
+
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+#include <chrono>
+#include <cstdio>
+
+#include "app/model/AppModel.hpp"
+#include "app/model/AppStore.hpp"
+#include "app/process/AsioMainActor.hpp"
+#include "app/process/WorkerPool.hpp"
+#include "app/service/OperatorServer.hpp"
+#include "app/service/OperatorService.hpp"
+#include "kit/Pasteboard.hpp"
+#include "operator/BuildStamp.hpp"
+#include "platform/FreedesktopTrash.hpp"
+#include "platform/TavorinPaths.hpp"
+
+namespace tavorin {
+
+using namespace std::chrono_literals;
+
+struct AppDelegate::Signals {
+  explicit Signals(asio::io_context& c) : set(c, SIGINT, SIGTERM) {}
+  asio::signal_set set;
+};
+
+AppDelegate::AppDelegate(asio::io_context& context)
+    : context_(context),
+      actor_(std::make_unique<AsioMainActor>(context)),
+      workers_(std::make_unique<WorkerPool>(context)),
+      pasteboard_(std::make_unique<MemoryPasteboard>()),
+      trash_(std::make_unique<FreedesktopTrash>()) {
+  const auto session = TavorinPaths::supportDir() / "session.json";
+  model_ = std::make_unique<AppModel>(*actor_, *workers_, SessionStore(session), *pasteboard_);
+  store_ = std::make_unique<AppStore>(*model_, Library(TavorinPaths::productionsRoot()), SessionStore(session), *trash_);
+  std::error_code ec;
+  store_->fixtureSearch = AppStore::FixtureSearch{std::nullopt, std::filesystem::current_path(ec),
+                                                  BuildStamp::currentExecutable()};
+}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& arguments) {
+  // SIGINT and SIGTERM take the same road out as `quit`.
+  signals_ = std::make_unique<Signals>(context_);
+  signals_->set.async_wait([this](std::error_code ec, int) {
+    if (!ec) terminate(0);
+  });
+
+  store_->bootstrap(arguments);
+  startOperator();
+
+  if (auto path = Environment::value("TAVORIN_SNAPSHOT")) scheduleSnapshot(*path);
+}
+
+void AppDelegate::startOperator() {
+  if (Environment::present("TAVORIN_NO_OPERATOR")) return;
+  service_ = std::make_unique<OperatorService>(*store_, [this] { terminateSoon(); });
+  server_ = std::make_unique<OperatorServer>(context_, *service_, freshUUID() + freshUUID());
+  try {
+    const int port = server_->start(true);
+    model_->note("operator listening on 127.0.0.1:" + std::to_string(port));
+  } catch (const std::exception& e) {
+    model_->note(std::string("operator server failed: ") + e.what());
+  }
+}
+
+void AppDelegate::scheduleSnapshot(const std::string&) {
+  actor_->after(2s, [this] {
+    // There is no window to photograph on this platform yet; a snapshot run never stays up.
+    std::fputs("snapshot: no window available for snapshot\n", stderr);
+    terminate(0);
+  });
+}
+
+void AppDelegate::terminateSoon() {
+  actor_->after(150ms, [this] { terminate(0); });
+}
+
+void AppDelegate::terminate(int code) {
+  if (terminated_) return;
+  terminated_ = true;
+  exitCode_ = code;
+  applicationWillTerminate();
+  context_.stop();
+}
+
+void AppDelegate::applicationWillTerminate() {
+  if (server_) server_->stop();
+  // Whatever was typed last is on disk before the process goes.
+  if (model_) model_->flushDraft();
+  // Disk writes already handed to the workers land before the process goes.
+  if (workers_) workers_->join();
+  if (signals_) {
+    std::error_code ec;
+    signals_->set.cancel(ec);
+  }
+}
+
+}  // namespace tavorin

@@ -1,0 +1,218 @@
+#include "app/service/OperatorService.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+
+#include "base/IsoDate.hpp"
+#include "app/model/AppStore.hpp"
+#include "app/service/OperatorArgs.hpp"
+#include "kit/RecordingStore.hpp"
+#include "operator/BuildStamp.hpp"
+#include "operator/OperatorManifest.hpp"
+
+namespace tavorin {
+
+namespace fs = std::filesystem;
+
+OperatorService::OperatorService(AppStore& store, std::function<void()> terminate)
+    : store_(store), terminate_(std::move(terminate)) {}
+
+AppModel& OperatorService::model() const { return store_.production(); }
+
+const std::set<std::string>& OperatorService::handledVerbs() { return OperatorManifest::verbNames(); }
+
+asio::awaitable<OperatorResult> OperatorService::handle(OperatorCommand command) {
+  const std::string& verb = command.verb;
+  if (!handledVerbs().count(verb)) co_return OperatorResult::failure("unknown verb '" + verb + "'. Try: tavorinctl verbs");
+  try {
+    const OperatorArgs args(command);
+    if (verb == "voice.check") co_return co_await voiceCheck();
+    // In the manifest's order of groups.
+    for (auto group : {&OperatorService::statusVerbs, &OperatorService::navVerbs, &OperatorService::libraryVerbs,
+                       &OperatorService::productionVerbs, &OperatorService::lineEditVerbs,
+                       &OperatorService::agentVerbs,
+                       &OperatorService::versionsVerbs, &OperatorService::editVerbs, &OperatorService::blockingVerbs,
+                       &OperatorService::chromeVerbs, &OperatorService::timelineVerbs,
+                       &OperatorService::transportVerbs, &OperatorService::castVerbs,
+                       &OperatorService::appVerbs}) {
+      if (Answer answer = (this->*group)(command, args)) co_return std::move(*answer);
+    }
+    // A verb whose part of the studio this build does not have yet says so.
+    co_return OperatorResult::failure("unhandled verb '" + verb + "'");
+  } catch (const std::exception& e) {
+    co_return OperatorResult::failure(e.what());
+  }
+}
+
+// ---- Report helpers -------------------------------------------------------------
+
+JSONValue Reports::seconds(std::optional<double> t) { return t ? JSONValue::seconds(*t) : JSONValue(); }
+
+JSONValue Reports::text(const std::optional<std::string>& s) { return s ? JSONValue(*s) : JSONValue(); }
+
+double Reports::length(const Recording& rec) {
+  double end = 0;
+  for (const auto& i : rec.timeline)
+    if (i.start) end = std::max(end, *i.start + i.effectiveDuration().value_or(0));
+  return end;
+}
+
+JSONValue Reports::item(const Recording& rec, const TimelineItem& i) {
+  JSONValue o = JSONValue::object({{"id", i.id},
+                                   {"type", name(i.type)},
+                                   {"start", seconds(i.start)},
+                                   {"length", seconds(i.effectiveDuration())}});
+  switch (i.type) {
+    case ItemType::line:
+      o.set("text", text(i.text));
+      o.set("character", text(rec.resolvedCharacter(i)));
+      o.set("voice", text(rec.resolvedVoice(i)));
+      o.set("rendered", i.audio.has_value());
+      o.set("approved", i.approved.value_or(false));
+      o.set("stale", text(rec.staleReason(i)));
+      break;
+    case ItemType::label: o.set("text", text(i.text)); break;
+    case ItemType::action: o.set("code", text(i.code)); break;
+    case ItemType::audio:
+      o.set("file", text(i.file));
+      o.set("gain", i.gain ? JSONValue(*i.gain) : JSONValue());
+      break;
+  }
+  if (i.note) o.set("note", *i.note);
+  return o;
+}
+
+// ---- Reports ------------------------------------------------------------------------
+
+JSONValue OperatorService::buildReport() const {
+  const fs::path exe = BuildStamp::currentExecutable();
+  JSONValue modified;
+  struct stat st {};
+  if (!exe.empty() && ::stat(exe.c_str(), &st) == 0) modified = JSONValue(IsoDate::format(std::chrono::system_clock::from_time_t(st.st_mtime)));
+  const bool bundled = exe.empty() || !BuildStamp::checkoutRoot(exe).has_value();
+  return JSONValue::object({{"version", TAVORIN_VERSION}, {"modified", modified}, {"bundled", bundled}});
+}
+
+JSONValue OperatorService::productionReport() const {
+  const AppModel& m = model();
+  if (!m.isOpen()) return JSONValue();
+  const Recording& rec = m.recording();
+  JSONValue::Array selection;
+  for (const auto& id : m.selection()) selection.emplace_back(id);
+  const auto shortName = [](const std::optional<std::string>& v) {
+    return v ? JSONValue(AppModel::shortVersion(*v)) : JSONValue();
+  };
+  JSONValue report = JSONValue::object({
+      {"title", rec.title},
+      {"schema", rec.schema},
+      {"lines", static_cast<long long>(rec.lines().size())},
+      {"items", static_cast<long long>(rec.timeline.size())},
+      {"length", JSONValue::seconds(Reports::length(rec))},
+      {"cast", Reports::text(rec.voice.character)},
+      {"voice", Reports::text(rec.voice.voice)},
+      // Display names come from the voice engines, which this build does not carry.
+      {"speaks", Reports::text(rec.voice.voice)},
+      {"head", shortName(m.headVersion())},
+      {"project", store_.currentProject() ? JSONValue(store_.currentProject()->name()) : JSONValue()},
+      {"stale", static_cast<long long>(rec.staleLines().size())},
+      {"dirty", m.dirty()},
+      {"version", shortName(m.viewingVersion() ? m.viewingVersion() : m.headVersion())},
+      {"readOnly", m.isReadOnly()},
+      {"selection", JSONValue(std::move(selection))},
+      {"dir", m.baseDir() ? JSONValue(m.baseDir()->string()) : JSONValue()},
+  });
+  if (m.loadError()) report.set("error", *m.loadError());
+  return report;
+}
+
+JSONValue OperatorService::status() const {
+  // Subsystems not in this build carry their honest present value: nothing rolls,
+  // nothing plays, no viewer has a take.
+  return JSONValue::object({
+      {"version", TAVORIN_VERSION},
+      {"route", word(store_.route().page)},
+      {"surface", JSONValue()},
+      {"rolling", false},
+      {"playing", false},
+      {"transport", JSONValue::object({{"playing", false}, {"playhead", JSONValue::seconds(model().playhead())}})},
+      {"playhead", JSONValue::seconds(model().playhead())},
+      {"permissionsSheet", false},
+      {"build", buildReport()},
+      {"exportSheet", store_.showingExportSheet},
+      {"exportSheetArmed", store_.exportSheetArmed},
+      {"versionMenu", store_.showingVersionMenu},
+      {"viewer", JSONValue()},
+      {"production", productionReport()},
+  });
+}
+
+JSONValue OperatorService::toastsReport() const {
+  const ToastCenter& center = model().toasts();
+  JSONValue::Array list;
+  for (const Toast& t : center.toasts()) {
+    JSONValue o = JSONValue::object({{"id", t.id},
+                                     {"kind", word(t.kind)},
+                                     {"text", t.text},
+                                     {"secondsLeft", JSONValue::seconds(center.secondsLeft(t))}});
+    if (t.hasClock()) o.set("held", t.hovered);
+    else o.set("holds", true);
+    list.push_back(std::move(o));
+  }
+  return JSONValue::object({{"toasts", JSONValue(std::move(list))},
+                            {"count", static_cast<long long>(center.toasts().size())},
+                            {"overflow", static_cast<long long>(center.overflow())}});
+}
+
+// ---- status -------------------------------------------------------------------------
+
+OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, const OperatorArgs& a) {
+  const std::string& v = c.verb;
+  if (v == "ping") return OperatorResult::success(JSONValue::object({{"pong", true}}));
+  if (v == "status") return OperatorResult::success(status());
+  if (v == "where") return OperatorResult::success(JSONValue::object({{"where", word(store_.route().page)}}));
+  if (v == "elements") {
+    // The window as data. There is no window on this platform yet: no panels to list.
+    return OperatorResult::success(JSONValue::object(
+        {{"window", JSONValue()}, {"page", word(store_.route().page)}, {"panels", JSONValue::array({})}}));
+  }
+  if (v == "events") {
+    JSONValue::Array events;
+    for (const auto& e : model().events()) events.emplace_back(e);
+    return OperatorResult::success(JSONValue::object({{"events", JSONValue(std::move(events))}}));
+  }
+  if (v == "toasts") {
+    if (auto dismiss = a.text("dismiss")) {
+      ToastCenter& center = model().toasts();
+      if (*dismiss == "all") center.dismissAll();
+      else if (*dismiss == "overflow") center.dismissOverflow();
+      else if (!center.dismiss(*dismiss))
+        return OperatorResult::failure("no toast '" + *dismiss + "' is up. Try: tavorinctl toasts");
+    }
+    return OperatorResult::success(toastsReport());
+  }
+  if (v == "snapshot") return OperatorResult::failure("no window available for snapshot");
+  return std::nullopt;
+}
+
+// ---- chrome and app ---------------------------------------------------------------------
+
+OperatorService::Answer OperatorService::chromeVerbs(const OperatorCommand& c, const OperatorArgs& a) {
+  if (c.verb != "palette") return std::nullopt;
+  AppModel& m = model();
+  m.paletteOpen = a.flag("open").value_or(!m.paletteOpen);
+  m.note(m.paletteOpen ? "palette lab open" : "palette lab closed");
+  return OperatorResult::success(JSONValue::object({{"palette", m.paletteOpen}}));
+}
+
+OperatorService::Answer OperatorService::appVerbs(const OperatorCommand& c, const OperatorArgs&) {
+  if (c.verb != "quit") return std::nullopt;
+  model().note("quit requested by the operator");
+  // The answer goes out first; the process ends a moment later.
+  terminate_();
+  return OperatorResult::success(JSONValue::object({{"quitting", true}}));
+}
+
+}  // namespace tavorin

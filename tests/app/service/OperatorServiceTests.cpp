@@ -1,0 +1,293 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include <asio/co_spawn.hpp>
+#include <asio/io_context.hpp>
+#include <asio/use_future.hpp>
+
+#include "TestSupport.hpp"
+#include "app/model/AppStore.hpp"
+#include "app/model/ManualMainActor.hpp"
+#include "app/service/OperatorService.hpp"
+#include "app/model/Scope.hpp"
+#include "kit/Pasteboard.hpp"
+#include "kit/RecordingStore.hpp"
+#include "operator/OperatorManifest.hpp"
+#include "platform/FreedesktopTrash.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+
+namespace tavorin {
+// Readable failures: a JSON value prints as its text.
+void PrintTo(const JSONValue& v, std::ostream* os) { *os << v.encode(); }
+}  // namespace tavorin
+
+namespace {
+
+// Groups and verbs whose part of the studio comes with later work.
+bool laterWork(const VerbSpec& verb) {
+  static const std::set<std::string> groups{"run",  "record", "system",   "music",    "export",
+                                            "cast", "render", "timeline", "transport"};
+  static const std::set<std::string> built{"jog", "snapping"};
+  static const std::set<std::string> verbs{"lines",          "lines.glue", "line.split", "lines.merge",
+                                           "lines.together", "lines.alone", "revise",    "revise.status"};
+  return (groups.count(verb.group) && !built.count(verb.name)) || verbs.count(verb.name);
+}
+
+}  // namespace
+
+namespace {
+
+class OperatorServiceTest : public ::testing::Test {
+ protected:
+  OperatorServiceTest()
+      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
+        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
+        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
+        service(store, [this] { ++quits; }) {
+    Scope::resetForTesting();
+  }
+
+  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    asio::io_context context;
+    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
+    context.run();
+    actor.drain();  // the turn ends
+    return future.get();
+  }
+  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    const auto r = call(verb, std::move(args));
+    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
+    return r.error.value_or("");
+  }
+  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
+    const auto r = call(verb, std::move(args));
+    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
+    return r.data.value_or(JSONValue());
+  }
+  // A project with one production of three lines, open in the editor.
+  void openSample() {
+    data("project.create", {{"name", "Films"}});
+    data("recording.new", {{"title", "Sample"}});
+    Recording rec = model.recording();
+    for (int i = 1; i <= 3; ++i) {
+      TimelineItem line("l" + std::to_string(i), ItemType::line);
+      line.text = "Line " + std::to_string(i) + ".";
+      line.start = i * 2.0;
+      line.hold = 1.5;
+      rec.timeline.push_back(line);
+    }
+    model.setRecording(rec);
+    actor.drain();
+    data("save");
+  }
+
+  test::TempDir tmp;
+  test::ScopedEnv support;
+  ManualMainActor actor;
+  MemoryPasteboard pasteboard;
+  FreedesktopTrash trash{tmp / "Trash"};
+  AppModel model;
+  AppStore store;
+  OperatorService service;
+  int quits = 0;
+};
+
+}  // namespace
+
+TEST_F(OperatorServiceTest, EveryVerbOfTheManifestAnswersWithoutAProduction) {
+  ASSERT_EQ(OperatorService::handledVerbs().size(), 190u);
+  for (const VerbSpec& row : OperatorManifest::verbs()) {
+    if (row.name == "quit") continue;  // it would end the walk
+    OperatorResult r;
+    ASSERT_NO_THROW(r = call(row.name)) << row.name;
+    const std::string error = r.error.value_or("");
+    if (laterWork(row)) {
+      EXPECT_EQ(error, "unhandled verb '" + row.name + "'") << row.name;
+    } else {
+      EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << row.name << ": " << error;
+      EXPECT_TRUE(r.ok || !error.empty()) << row.name;
+    }
+  }
+}
+
+TEST_F(OperatorServiceTest, AVerbMarkedAsReportingChangesNothing) {
+  openSample();
+  data("nav", {{"route", "edit"}});
+  const auto state = [&] {
+    JSONValue s = service.status();
+    s.set("events", static_cast<long long>(model.events().size()));
+    s.set("slate", store.showingSlate);
+    return s.encode();
+  };
+  for (const VerbSpec& row : OperatorManifest::verbs()) {
+    if (row.mutating || laterWork(row)) continue;
+    const std::string before = state();
+    call(row.name);
+    EXPECT_EQ(state(), before) << row.name << " is marked as reporting only, but changed the studio";
+  }
+}
+
+TEST_F(OperatorServiceTest, UnknownVerbsNameTheSpellingSent) {
+  EXPECT_TRUE(call("ping").ok);
+  EXPECT_EQ(error("PING"), "unknown verb 'PING'. Try: tavorinctl verbs");
+  EXPECT_EQ(error("lines.Merge"), "unknown verb 'lines.Merge'. Try: tavorinctl verbs");
+}
+
+TEST_F(OperatorServiceTest, MissingArgumentsAreRefusedInTheirOwnWords) {
+  const std::map<std::string, std::string> refusals{
+      {"project.create", "project.create needs name=<display name>"},
+      {"project.open", "project.open needs name=<slug or name>"},
+      {"project.trash", "project.trash needs name=<project>. Try: tavorinctl project.list"},
+      {"recording.open", "recording.open needs slug=<slug>"},
+      {"recording.duplicate", "recording.duplicate needs slug=<slug>"},
+      {"recording.trash", "recording.trash needs slug=<slug>"},
+      {"recording.restore", "recording.restore needs entry=<trash entry>"},
+      {"recording.new",
+       "recording.new needs prompt=<what the production should be> [title=], or title= alone for a blank recording"},
+      {"version.open", "version.open needs name=<short or full version name>"},
+      {"version.head", "version.head needs name=<short or full version name>"},
+      {"nav", "nav needs route=<script|edit|library[:project]|shoot|render>"},
+      {"open", "open needs dir=<path>"},
+      {"drop", "drop needs path=<file or folder>"},
+      {"hover", "hover needs id=<item id>"},
+      {"label.add", "label.add needs at=<seconds> [text=…]"},
+      {"label.rename", "label.rename needs id=<label> text=<new text>"},
+  };
+  openSample();  // so that nothing is refused for want of a production first
+  for (const auto& [verb, words] : refusals) EXPECT_EQ(error(verb), words) << verb;
+  // An empty value is a missing one.
+  EXPECT_EQ(error("label.rename", {{"id", "g1"}, {"text", ""}}), "label.rename needs id=<label> text=<new text>");
+}
+
+TEST_F(OperatorServiceTest, NumbersAreReadFromTheWholeText) {
+  openSample();
+  EXPECT_EQ(error("label.add", {{"at", "abc"}}), "'abc' is not a number for at");
+  EXPECT_EQ(error("label.add", {{"at", " 2"}}), "' 2' is not a number for at");
+  const JSONValue label = data("label.add", {{"at", "2.5"}, {"text", "Chapter two"}});
+  EXPECT_EQ(*label["id"], JSONValue("g1"));
+  EXPECT_EQ(*label["start"], JSONValue(2.5));
+}
+
+TEST_F(OperatorServiceTest, IdListsDropEmptyPieces) {
+  openSample();
+  data("delete", {{"ids", " l1 , ,l3"}});
+  EXPECT_FALSE(model.recording().item("l1"));
+  EXPECT_TRUE(model.recording().item("l2"));
+  EXPECT_FALSE(model.recording().item("l3"));
+  EXPECT_EQ(*data("undo")["ids"], JSONValue::array({"l1", "l3"}));
+  EXPECT_EQ(*data("select", {{"ids", "l3, l1"}})["selection"], JSONValue::array({"l3", "l1"}));
+}
+
+TEST_F(OperatorServiceTest, EditingRefusesWithoutAProductionAndWhileViewingAnOlderVersion) {
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "text"}, {"value", "x"}}), "no production is open");
+  EXPECT_EQ(error("save"), "no production is open");
+  EXPECT_EQ(error("nav", {{"route", "script"}}), "nothing to edit — open a production first");
+  openSample();
+  data("edit", {{"id", "l1"}, {"field", "text"}, {"value", "Changed."}});
+  data("save");
+  data("version.open", {{"name", "v0001"}});
+  const std::string readOnly = "viewing an older version — set it as head to edit";
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "text"}, {"value", "x"}}), readOnly);
+  EXPECT_EQ(error("save"), readOnly);
+  EXPECT_EQ(error("paste", {{"text", R"({"id":"g9","type":"label"})"}}), readOnly);
+  EXPECT_EQ(error("delete", {{"ids", "l1"}}), readOnly);
+  EXPECT_EQ(error("label.add", {{"at", "1"}}), readOnly);
+  EXPECT_EQ(error("undo"), readOnly);
+  // Reports and leaving the old version still work.
+  EXPECT_TRUE(call("versions").ok);
+  EXPECT_TRUE(call("diff").ok);
+  data("version.head", {{"name", "v0001"}});
+  // v0001 is the blank recording, before the lines were written.
+  const auto again = call("edit", {{"id", "production"}, {"field", "title"}, {"value", "Editable again"}});
+  EXPECT_TRUE(again.ok) << again.error.value_or("");
+}
+
+TEST_F(OperatorServiceTest, TheDraftReportIsWhatIsOnDisk) {
+  openSample();
+  data("edit", {{"id", "l1"}, {"field", "text"}, {"value", "Changed."}});
+  const JSONValue draft = data("draft");  // written now, not 0.8 s from now
+  EXPECT_EQ(*draft["draft"], JSONValue(true));
+  EXPECT_EQ(*draft["conflict"], JSONValue(false));
+  data("save");
+  EXPECT_EQ(*data("draft")["draft"], JSONValue(false));
+  EXPECT_EQ(error("diff", {{"from", "v0001"}, {"to", "v0099"}}).rfind("The system found no version named 'v0099'.", 0), 0u);
+}
+
+TEST_F(OperatorServiceTest, FlowsOverThePage) {
+  EXPECT_EQ(error("flow.end"), "nothing is open over the page");
+  openSample();
+  EXPECT_EQ(*data("export.youtube")["exportSheetArmed"], JSONValue(false));  // no footage to send
+  EXPECT_TRUE(call("flow.end").ok);
+  EXPECT_EQ(*data("palette")["palette"], JSONValue(true));
+  EXPECT_EQ(*data("palette", {{"open", "0"}})["palette"], JSONValue(false));
+}
+
+TEST_F(OperatorServiceTest, ToastsAreListedAndDismissed) {
+  model.toasts().post(Toast::Kind::voice, "rendered l1");
+  const auto failure = model.toasts().post(Toast::Kind::failure, "the engine is down");
+  const JSONValue report = data("toasts");
+  EXPECT_EQ(*report["count"], JSONValue(2));
+  const auto& first = (*report["toasts"]->arrayValue())[0];
+  EXPECT_EQ(*first["holds"], JSONValue(true));
+  EXPECT_EQ(*first["secondsLeft"], JSONValue(0.0));
+  EXPECT_EQ(error("toasts", {{"dismiss", "t99"}}), "no toast 't99' is up. Try: tavorinctl toasts");
+  EXPECT_EQ(*data("toasts", {{"dismiss", failure}})["count"], JSONValue(1));
+  EXPECT_EQ(*data("toasts", {{"dismiss", "all"}})["count"], JSONValue(0));
+}
+
+TEST_F(OperatorServiceTest, OriginAndItsAbsence) {
+  openSample();
+  EXPECT_EQ(error("origin"), "this production predates provenance — there is no record of what asked for it");
+  const JSONValue made = data("recording.new", {{"prompt", "A tour of the settings page"}});
+  EXPECT_NE(made["handoff"]->stringValue()->find("The request was:\nA tour of the settings page"), std::string::npos);
+  EXPECT_EQ(*data("origin")["prompt"], JSONValue("A tour of the settings page"));
+}
+
+TEST_F(OperatorServiceTest, QuitAnswersAndAsksToTerminate) {
+  EXPECT_TRUE(call("quit").ok);
+  EXPECT_EQ(quits, 1);
+  EXPECT_EQ(model.events().back(), "quit requested by the operator");
+}
+
+TEST_F(OperatorServiceTest, LibraryRouteWithNoProjectLandsOnTheLibrary) {
+  openSample();
+  data("nav", {{"route", "edit"}});
+  EXPECT_EQ(data("nav", {{"route", "library:"}})["route"]->encode(), "\"library\"");
+}
+
+TEST_F(OperatorServiceTest, AProjectOpensByItsSlugOrItsName) {
+  data("project.create", {{"name", "Spring Films"}});
+  const std::string slug = store.currentProject()->name();
+  data("project.open", {{"name", slug}});
+  data("project.open", {{"name", "Spring Films"}});
+  EXPECT_EQ(store.currentProject()->name(), slug);
+  EXPECT_EQ(error("project.open", {{"name", "Autumn"}}).find("Autumn") != std::string::npos, true);
+}
+
+TEST_F(OperatorServiceTest, DiffSaysWhenTheScriptsTheVersionsNameDiffer) {
+  openSample();
+  EXPECT_EQ(data("diff")["blockingChanged"]->encode(), "false");
+  // The next version names a script of its own.
+  Recording rec = model.recording();
+  rec.blocking = "alternate.stage";
+  std::ofstream(*model.baseDir() / "alternate.stage") << "wait 1\n";
+  model.setRecording(rec);
+  actor.drain();
+  data("save");
+  const JSONValue diff = data("diff");
+  EXPECT_EQ(diff["blockingChanged"]->encode(), "true");
+  EXPECT_NE(diff["summary"]->stringValue()->find("blocking changed"), std::string::npos) << diff.encode();
+}
+
+TEST_F(OperatorServiceTest, AFieldIsReadAsTheKindTheModelTakes) {
+  openSample();
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "rate"}, {"value", "fast"}}), "'fast' is not a number for rate");
+  EXPECT_EQ(error("edit", {{"id", "l1"}, {"field", "approved"}, {"value", "maybe"}}).rfind("'maybe' is not", 0), 0u);
+  data("edit", {{"id", "l1"}, {"field", "approved"}, {"value", "yes"}});
+  data("edit", {{"id", "l1"}, {"field", "rate"}, {"value", "1.5"}});
+  EXPECT_TRUE(*model.recording().item("l1")->approved);
+  EXPECT_EQ(*model.recording().item("l1")->rate, 1.5);
+}
