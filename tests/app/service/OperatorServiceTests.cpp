@@ -30,9 +30,9 @@ namespace {
 bool laterWork(const VerbSpec& verb) {
   static const std::set<std::string> groups{"run",  "record", "system",   "music",    "export",
                                             "cast", "render", "timeline", "transport"};
-  static const std::set<std::string> built{"jog", "snapping"};
-  static const std::set<std::string> verbs{"lines",          "lines.glue", "line.split", "lines.merge",
-                                           "lines.together", "lines.alone", "revise",    "revise.status"};
+  static const std::set<std::string> built{"jog",         "snapping",     "voice", "voice.check", "voice.local",
+                                           "voice.local.set", "voice.groups", "line.audio"};
+  static const std::set<std::string> verbs{"lines", "revise", "revise.status"};
   return (groups.count(verb.group) && !built.count(verb.name)) || verbs.count(verb.name);
 }
 
