@@ -16,6 +16,7 @@ packages=(
   clang-14 libclang-rt-14-dev ccache  # the fuzz targets (-DTAVORIN_FUZZ=ON)
   util-linux                        # prlimit, for the out-of-descriptors test
   libcairo2-dev libpng-dev libstb-dev
+  libcurl4-openssl-dev libcpp-httplib-dev libespeak-ng-dev espeak-ng-data
 )
 
 missing=()

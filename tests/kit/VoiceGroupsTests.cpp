@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "kit/VoiceGroups.hpp"
+#include "kit/VoiceSpan.hpp"
 
 namespace tavorin {
 namespace {
@@ -114,6 +115,126 @@ TEST(VoiceGroupsText, JoinsPresentTextsWithOneSpace) {
   EXPECT_EQ(VoiceGroups::text({&b}), "");
   // An empty text is still a text: it takes its place between spaces.
   EXPECT_EQ(VoiceGroups::text({&a, &c, &d}), "One.  Two.");
+}
+
+// A production of n lines of short text, one a second, under the span given.
+Recording lines(int n, std::optional<std::string> span) {
+  Recording rec("demo", "Demo");
+  rec.voice.character = "narrator";
+  rec.voice.span = std::move(span);
+  for (int i = 1; i <= n; ++i) rec.timeline.push_back(line("l" + std::to_string(i), i, "Line " + std::to_string(i) + "."));
+  return rec;
+}
+
+std::vector<std::vector<std::string>> packing(const Recording& rec, const VoiceGroups::CueTags& cues = {}) {
+  std::vector<std::vector<std::string>> out;
+  for (const auto& group : VoiceGroups::of(rec, cues)) out.push_back(group.lineIds);
+  return out;
+}
+
+using Packs = std::vector<std::vector<std::string>>;
+
+TEST(VoiceSpanSetting, ParsesAndNamesTheMenu) {
+  EXPECT_EQ(VoiceSpan::parse(std::nullopt), VoiceSpan::line());
+  EXPECT_EQ(VoiceSpan::parse(""), VoiceSpan::line());
+  EXPECT_EQ(VoiceSpan::parse("cue"), VoiceSpan::cue());
+  EXPECT_EQ(VoiceSpan::parse("chars:600"), VoiceSpan::characters(600));
+  EXPECT_EQ(VoiceSpan::parse("600"), VoiceSpan::characters(600));
+  EXPECT_EQ(VoiceSpan::parse("+42"), VoiceSpan::characters(42));
+  // A damaged setting degrades to per-line rendering.
+  for (const char* damaged : {"chars:0", "chars:x", "0", "-5", "chars:-3", "chars:", "12x", "Cue"})
+    EXPECT_EQ(VoiceSpan::parse(damaged), VoiceSpan::line()) << damaged;
+
+  std::vector<std::string> titles;
+  for (const auto& span : VoiceSpan::all()) {
+    titles.push_back(span.title());
+    EXPECT_EQ(VoiceSpan::parse(span.raw()), span) << span.title();
+    EXPECT_EQ(VoiceSpan::named(span.title()), span);
+  }
+  EXPECT_EQ(titles, (std::vector<std::string>{"Per line", "Up to 300 characters", "Up to 600 characters",
+                                              "Up to 1000 characters", "Per cue"}));
+  EXPECT_FALSE(VoiceSpan::line().groups());
+  EXPECT_TRUE(VoiceSpan::cue().groups());
+  EXPECT_FALSE(VoiceSpan::named("Up to 5 characters"));
+}
+
+TEST(VoiceGroupsPacking, PerLineUnlessPinned) {
+  auto rec = lines(3, std::nullopt);
+  EXPECT_EQ(packing(rec), (Packs{{"l1"}, {"l2"}, {"l3"}}));
+  auto groups = VoiceGroups::of(rec);
+  EXPECT_TRUE(groups[0].isAlone());
+  EXPECT_EQ(groups[0].hash, VoiceGroups::hash(rec, {rec.item("l1")}));
+  EXPECT_EQ(groups[0].ticket(), "g:" + groups[0].hash);
+  EXPECT_EQ(groups[0].file(), "group-" + groups[0].hash + ".wav");
+  EXPECT_EQ(groups[0].file("2"), "group-" + groups[0].hash + "-2.wav");
+  EXPECT_TRUE(VoiceGroups::isGroupTicket(groups[0].ticket()));
+  EXPECT_FALSE(VoiceGroups::isGroupTicket("audition:x"));
+
+  // Eight lines under one pin make one group, past the pack limit, under any span.
+  auto pinned = lines(8, std::nullopt);
+  for (auto& item : pinned.timeline) item.together = "l1";
+  EXPECT_EQ(packing(pinned).size(), 1u);
+  pinned.voice.span = "chars:300";
+  ASSERT_EQ(packing(pinned).size(), 1u);
+  EXPECT_EQ(VoiceGroups::of(pinned)[0].text, "Line 1. Line 2. Line 3. Line 4. Line 5. Line 6. Line 7. Line 8.");
+}
+
+TEST(VoiceGroupsPacking, SixAtMostAndWithinTheCharacterSpan) {
+  EXPECT_EQ(packing(lines(7, "chars:1000")),
+            (Packs{{"l1", "l2", "l3", "l4", "l5", "l6"}, {"l7"}}));
+  // "Line 1. Line 2." is 15 characters; a third line would make 23.
+  auto rec = lines(5, "chars:20");
+  EXPECT_EQ(packing(rec), (Packs{{"l1", "l2"}, {"l3", "l4"}, {"l5"}}));
+  // Under the span cue with no cues known, lines pack by six.
+  EXPECT_EQ(packing(lines(7, "cue")).size(), 2u);
+}
+
+TEST(VoiceGroupsPacking, WhatBreaksAPack) {
+  auto rec = lines(7, "chars:1000");
+  rec.item("l3")->approved = true;  // frozen: alone, and it cuts the run
+  EXPECT_EQ(packing(rec), (Packs{{"l1", "l2"}, {"l3"}, {"l4", "l5", "l6", "l7"}}));
+
+  rec = lines(4, "chars:1000");
+  rec.item("l3")->rate = 1.5;  // same character and voice, another rate
+  EXPECT_EQ(packing(rec), (Packs{{"l1", "l2"}, {"l3"}, {"l4"}}));
+
+  rec = lines(4, "chars:1000");
+  RenderedFrom sample;
+  sample.sample = 2;
+  rec.item("l2")->renderedFrom = sample;  // a chosen sample is a take of its own
+  rec.item("l4")->character = "guide";
+  EXPECT_EQ(packing(rec), (Packs{{"l1"}, {"l2"}, {"l3"}, {"l4"}}));
+
+  // A pin is its own pack: unpinned neighbours on either side stay out.
+  rec = lines(5, "chars:1000");
+  rec.item("l2")->together = "l2";
+  rec.item("l3")->together = "l2";
+  rec.item("l4")->together = "l4";
+  EXPECT_EQ(packing(rec), (Packs{{"l1"}, {"l2", "l3"}, {"l4"}, {"l5"}}));
+}
+
+TEST(VoiceGroupsPacking, PerCueFollowsTheTags) {
+  auto rec = lines(5, "cue");
+  VoiceGroups::CueTags cues{{"l2", "intro"}, {"l3", "intro"}, {"l4", "demo"}, {"l5", "demo"}};
+  // l1 lies before the first cue: untagged beside a tagged line breaks.
+  EXPECT_EQ(packing(rec, cues), (Packs{{"l1"}, {"l2", "l3"}, {"l4", "l5"}}));
+  auto group = VoiceGroups::containing("l5", rec, cues);
+  ASSERT_TRUE(group);
+  EXPECT_EQ(group->lineIds, (std::vector<std::string>{"l4", "l5"}));
+  EXPECT_EQ(group->character, "narrator");
+  EXPECT_FALSE(VoiceGroups::containing("nope", rec, cues));
+}
+
+TEST(VoiceGroupsPacking, AGroupIsNamedByTheHashOfItsMembers) {
+  auto rec = lines(3, "chars:1000");
+  rec.voice.voice = "en-us";
+  auto groups = VoiceGroups::of(rec);
+  ASSERT_EQ(groups.size(), 1u);
+  EXPECT_EQ(groups[0].hash, VoiceGroups::hash(rec, VoiceGroups::ordered(rec)));
+  EXPECT_EQ(groups[0].voice, "en-us");
+  // Landed under that name, the members still rehash to it.
+  for (auto& item : rec.timeline) item.renderedFrom = landedIn(groups[0].hash);
+  EXPECT_EQ(VoiceGroups::rehash(rec, groups[0].hash), groups[0].hash);
 }
 
 }  // namespace

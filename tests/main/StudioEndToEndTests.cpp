@@ -6,6 +6,7 @@
 #include "Processes.hpp"
 #include "TestSupport.hpp"
 #include "../platform/Wav.hpp"
+#include "voice/SpeechServerProcess.hpp"
 #include "operator/JSONValue.hpp"
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
@@ -228,4 +229,48 @@ TEST_F(StudioEndToEnd, ABedPlaysUnderTheTransport) {
   EXPECT_EQ(str(ok({"fonts"})["faces"]->arrayValue()->at(0), "family"), "Archivo");
   const auto fonts = ok({"subtitles.fonts"});
   EXPECT_EQ(*fonts["fonts"]->arrayValue()->at(0).stringValue(), "Archivo");
+}
+
+TEST_F(StudioEndToEnd, TheVoiceThroughTavorinctl) {
+  test::SpeechServerProcess speech;
+  ok({"project.open", "name=demo"});
+  ok({"recording.open", "slug=halden-demo"});
+
+  // Point the local engine at tavorin-speech and cast the production with it.
+  EXPECT_EQ(ctl({"voice.local.set", "url=ftp://x"}).rc, 1);
+  const JSONValue local = ok({"voice.local.set", "url=127.0.0.1:" + std::to_string(speech.port()) + "/v1/"});
+  EXPECT_EQ(str(local, "url"), speech.url());
+  ok({"edit", "id=production", "field=driver", "value=local"});
+  const JSONValue checked = ok({"voice.check"});
+  EXPECT_EQ(str(checked, "driver"), "local");
+  EXPECT_EQ(str(*checked["health"], "source"), speech.url());
+  EXPECT_EQ(str(checked, "says"), "local ready.");
+  EXPECT_EQ(str((*checked["cast"]->arrayValue())[0], "id"), "espeak-ng");
+
+  // A line's audio from a file of the user's own.
+  const fs::path tone = dir / "tone.wav";
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=duration=2.5 -ar 22050 -ac 1 " + tone.string()).c_str()), 0);
+  auto lineCount = [&] {
+    const JSONValue status = ok({"status"});
+    return *(*status["production"])["lines"]->intValue();
+  };
+  const auto count = lineCount();
+  ASSERT_GE(count, 2);
+  const std::string first = "l1", second = "l2";  // the demo's first two lines
+  const JSONValue audio = ok({"line.audio", "id=" + first, "path=" + tone.string()});
+  EXPECT_EQ(*audio["duration"]->doubleValue(), 2.5);
+  EXPECT_TRUE(fs::exists(dir / "root/demo/recordings/halden-demo" / str(audio, "audio")));
+
+  // The groups under the default span: one a line.
+  const JSONValue groups = ok({"voice.groups"});
+  EXPECT_EQ(str(groups, "span"), "line");
+  EXPECT_EQ(static_cast<long long>(groups["groups"]->arrayValue()->size()), count);
+
+  // A merge, undone.
+  const JSONValue merged = ok({"lines.merge", "ids=" + first + "," + second});
+  EXPECT_EQ(str(merged, "kept"), first);
+  EXPECT_EQ(lineCount(), count - 1);
+  ok({"undo"});
+  EXPECT_EQ(lineCount(), count);
+  EXPECT_EQ(ctl({"lines.merge", "ids=" + first}).rc, 1);
 }

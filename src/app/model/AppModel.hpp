@@ -18,12 +18,18 @@
 #include "kit/Blocking.hpp"
 #include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
+#include "kit/LineEdits.hpp"
 #include "kit/Retime.hpp"
 #include "kit/Schedule.hpp"
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
 #include "kit/VariantsStore.hpp"
 #include "platform/Transport.hpp"
+#include "kit/VoiceGroups.hpp"
+#include "kit/VoiceSpan.hpp"
+#include "voice/EngineAnswers.hpp"
+#include "voice/VoiceEngines.hpp"
+#include "voice/VoicePlan.hpp"
 
 namespace tavorin {
 
@@ -133,6 +139,53 @@ class AppModel {
   void editProduction(const std::string& field, const FieldValue& value);
   // One field of one item; a cleared value removes it where the field may be missing.
   void editItem(const std::string& id, const std::string& field, const FieldValue& value);
+
+  // ---- Line edits: each one undo step, each refusing before it changes anything ----
+  // Splits a line's text before character `at`; the new line follows at the gap.
+  LineEdits::Split splitLine(const std::string& id, int at);
+  LineEdits::Merge mergeLines(const std::vector<std::string>& ids);
+  // Pins a run of neighbouring lines to render as one generation.
+  LineEdits::Pin generateTogether(const std::vector<std::string>& ids);
+  // The ids that were unpinned.
+  std::vector<std::string> generateAlone(const std::vector<std::string>& ids);
+  // Closes the generation the line landed in back onto its true offsets.
+  Schedule::Glue glueLines(const std::string& id);
+
+  // ---- Voice engines ------------------------------------------------------------
+  // The engines, and how their questions run off this thread. Until given, the
+  // model has the standard set and asks on this thread's next turn.
+  void useVoiceEngines(std::shared_ptr<VoiceEngines> engines, EngineAnswers::Offload offload);
+  const VoiceEngines& engines();
+  // The production's engine.
+  std::shared_ptr<VoiceDriver> driver();
+  bool usesLocalServer() { return driver()->name() == "local"; }
+  // Served from what the engines last said; "checking" until they answer.
+  DriverHealth voiceHealth();
+  DriverHealth health(const VoiceDriver& of);
+  std::vector<DriverCharacter> cast();
+  std::string rungSays();
+  // Forgets every answer and asks again, noting the current engine's new line.
+  void refreshDriver();
+  std::string voiceModel() const;
+  std::string voiceModelTitle();
+  std::string namedVoice(const std::string& character, const std::optional<std::string>& voice);
+  VoicePlan voicePlan(const TimelineItem& item, const Recording& in);
+  std::optional<std::string> productionVoiceName();
+  std::optional<std::string> productionVoiceRefusal();
+  // Points the local engine at another server or key; app-wide, not in the production.
+  void useLocalServer(const std::optional<std::string>& url, const std::optional<std::string>& key);
+  int localServerRevision() const { return localServerRevision_; }
+
+  // ---- Generations ---------------------------------------------------------------
+  VoiceSpan voiceSpan() const;
+  std::vector<VoiceGroups::Group> voiceGroups() const;
+  std::optional<VoiceGroups::Group> voiceGroup(const std::string& id) const;
+  bool isContiguous(const std::string& group) const;
+  // Line id to the label of the last cue at or before its start.
+  VoiceGroups::CueTags cueTags() const;
+  // Gives a line an audio file of the user's own, copied into audio/; what follows
+  // moves to fit its length. Answers the line's new length.
+  double setLineAudio(const std::string& id, const std::filesystem::path& file);
 
   // ---- The stage script -----------------------------------------------------
   const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
@@ -309,6 +362,11 @@ class AppModel {
   void requireTransport();
   std::string timecodeFormat_ = "seconds";
   std::optional<std::string> editingMusic_;
+  void askDriversOnce(bool announce);
+  void editVoiceField(Recording& next, const std::string& field, const std::string& value);
+  std::shared_ptr<VoiceEngines> engines_;
+  std::unique_ptr<EngineAnswers> answers_;
+  int localServerRevision_ = 0;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
 };

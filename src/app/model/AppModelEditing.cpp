@@ -28,15 +28,6 @@ std::optional<std::string> textOrNothing(const FieldValue& value) {
   return text;
 }
 
-bool isVoiceField(const std::string& field) {
-  return field == "character" || field == "voice" || field == "driver" || field == "span";
-}
-
-[[noreturn]] void refuseVoiceField(const std::string& field) {
-  throw AppModelFailure::cannotVoice("the voice engines are not part of this build yet, so " + field +
-                                     " can't be set; the production keeps the voice it has");
-}
-
 std::string plural(std::size_t n, const std::string& one, const std::string& many) {
   return std::to_string(n) + " " + (n == 1 ? one : many);
 }
@@ -54,10 +45,10 @@ void AppModel::editProduction(const std::string& field, const FieldValue& value)
   requireEditable();
   static const std::set<std::string> fields{"title", "character", "voice", "driver", "gap", "span", "description"};
   if (!fields.count(field)) throw Failure::noSuchField(field);
-  if (isVoiceField(field)) refuseVoiceField(field);
-
   Recording next = *stored_;
-  if (field == "title") {
+  if (field == "driver" || field == "span" || field == "character" || field == "voice") {
+    editVoiceField(next, field, value.display());
+  } else if (field == "title") {
     // A production always has a title; cleared, it falls back to its id.
     next.title = value.cleared() ? next.id : value.display();
   } else if (field == "description") {
@@ -85,8 +76,6 @@ void AppModel::editItem(const std::string& id, const std::string& field, const F
   static const std::set<std::string> fields{"text",     "character", "voice",  "start",   "rate", "hold",
                                             "approved", "gain",      "trimIn", "trimOut", "note"};
   if (!fields.count(field)) throw Failure::noSuchField(field);
-  if (isVoiceField(field)) refuseVoiceField(field);
-
   Recording next = *stored_;
   TimelineItem& item = *next.item(id);
   auto positive = [&](const char* what) {
@@ -94,7 +83,23 @@ void AppModel::editItem(const std::string& id, const std::string& field, const F
     if (v <= 0) throw Failure::badChoice(value.display(), what, "a number above 0");
     return v;
   };
-  if (field == "text") {
+  if (field == "character" || field == "voice") {
+    if (item.type != ItemType::line) throw Failure::cannotUse(id + " is not a line, so it has no " + field);
+    if (field == "voice") {
+      item.voice = textOrNothing(value);
+    } else {
+      const auto character = textOrNothing(value);
+      // The line keeps its pinned voice only where the new character has it.
+      TimelineItem inherits = item;
+      inherits.character = character;
+      inherits.voice.reset();
+      const auto plan = voicePlan(inherits, next);
+      const auto effective = character ? character : next.voice.character;
+      item.voice = VoicePlan::pinned(cast(), driver()->name(), item.voice, effective.value_or(""),
+                                     plan.refused() ? std::nullopt : std::optional<std::string>(plan.voice));
+      item.character = character;
+    }
+  } else if (field == "text") {
     if (item.type != ItemType::line && item.type != ItemType::label)
       throw Failure::cannotUse(id + " is " + name(item.type) + ", which has no text");
     item.text = textOrNothing(value);

@@ -29,12 +29,15 @@ asio::awaitable<OperatorResult> OperatorService::handle(OperatorCommand command)
   if (!handledVerbs().count(verb)) co_return OperatorResult::failure("unknown verb '" + verb + "'. Try: tavorinctl verbs");
   try {
     const OperatorArgs args(command);
+    if (verb == "voice.check") co_return co_await voiceCheck();
     // In the manifest's order of groups.
     for (auto group : {&OperatorService::statusVerbs, &OperatorService::navVerbs, &OperatorService::libraryVerbs,
-                       &OperatorService::productionVerbs, &OperatorService::agentVerbs,
+                       &OperatorService::productionVerbs, &OperatorService::lineEditVerbs,
+                       &OperatorService::agentVerbs,
                        &OperatorService::versionsVerbs, &OperatorService::editVerbs, &OperatorService::blockingVerbs,
                        &OperatorService::chromeVerbs, &OperatorService::timelineVerbs,
-                       &OperatorService::transportVerbs, &OperatorService::appVerbs,
+                       &OperatorService::transportVerbs, &OperatorService::castVerbs,
+                       &OperatorService::appVerbs,
                        &OperatorService::playbackVerbs, &OperatorService::musicVerbs,
                        &OperatorService::waveformVerbs}) {
       if (Answer answer = (this->*group)(command, args)) co_return std::move(*answer);

@@ -54,6 +54,10 @@ class OperatorService {
   Answer playbackVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer musicVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer waveformVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer castVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  // Asks every engine again and answers once they have all replied.
+  asio::awaitable<OperatorResult> voiceCheck();
 
   // Shared report pieces.
   JSONValue productionReport() const;
@@ -63,6 +67,9 @@ class OperatorService {
   JSONValue versionsReport() const;
   JSONValue diagnosticsReport() const;
   JSONValue transportReport() const;
+  JSONValue voiceReport() const;
+  JSONValue localServerReport() const;
+  JSONValue voiceGroupsReport() const;
 
   AppModel& model() const;
 

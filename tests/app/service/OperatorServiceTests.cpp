@@ -34,9 +34,9 @@ bool laterWork(const VerbSpec& verb) {
       "jog",        "snapping",     "timecode",   "play",       "pause",      "stop",
       "seek",       "transport",    "line.play",  "line.stop",  "peaks",      "music.add",
       "music.trim", "music.gain",   "music.edit", "music.preview", "music.remove", "music.list",
-      "fonts",      "subtitles.fonts"};
-  static const std::set<std::string> verbs{"lines",          "lines.glue", "line.split", "lines.merge",
-                                           "lines.together", "lines.alone", "revise",    "revise.status"};
+      "fonts",      "subtitles.fonts", "voice",   "voice.check", "voice.local",
+      "voice.local.set", "voice.groups", "line.audio"};
+  static const std::set<std::string> verbs{"lines", "revise", "revise.status"};
   return (groups.count(verb.group) && !built.count(verb.name)) || verbs.count(verb.name);
 }
 
