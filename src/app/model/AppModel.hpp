@@ -16,6 +16,8 @@
 #include "app/model/ToastCenter.hpp"
 #include "base/LifetimeToken.hpp"
 #include "kit/Blocking.hpp"
+#include "kit/Cut.hpp"
+#include "kit/Take.hpp"
 #include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
 #include "kit/LineEdits.hpp"
@@ -211,6 +213,29 @@ class AppModel {
   // The jog: "prev", "next", "start" or "end". Returns the new playhead.
   double stepCue(const std::string& to);
 
+  // ---- Takes, the cut and zooms ------------------------------------------------
+  // Every take that reads, newest first; none with nothing open.
+  std::vector<Take> takes() const;
+  // The take the program monitor shows: the one picked, else the newest with film.
+  std::optional<Take> monitorTake() const;
+  // Picks the take the monitor shows and keeps a whole-take cut attached to it.
+  void selectTake(const std::string& id);
+  // Seconds of film of the monitor's take between its pads; refuses with noFootage.
+  double cutFootage() const;
+  // The cut in force, placed on the timeline (against no footage when there is no take).
+  std::vector<Cut::Placed> placedSegments() const;
+  // The new segment's id; the default place is the playhead.
+  std::string splitPicture(std::optional<double> at = std::nullopt);
+  // The seconds taken out.
+  double removeSegment(const std::string& id);
+  void setSegment(const std::string& id, std::optional<double> from, std::optional<double> to);
+  void trimSegment(const std::string& id, std::optional<double> from, std::optional<double> to);
+  void setSegmentRate(const std::string& id, double rate);
+  // The new zoom's id; `at` defaults to the playhead.
+  std::string addZoom(std::optional<double> at, std::optional<double> length, std::optional<double> scale,
+                      std::optional<double> x, std::optional<double> y, std::optional<std::string> style);
+  void removeZoom(const std::string& id);
+
   // ---- Labels: notes on the timeline that nothing else reads ------------------
   // The new label's id.
   std::string addLabel(double at, const std::optional<std::string>& text);
@@ -352,6 +377,10 @@ class AppModel {
   std::vector<BlockingDiagnostic> blockingDiagnostics_;
   VariantsStore::Index variantIndex_;
   std::optional<std::string> editingLabel_;
+  std::optional<std::string> pickedTake_;
+  // The film's cut edits end here: the segments take the monitor's take, then the draft.
+  void commitCut(Recording next, const std::string& summary);
+  const Cut::Placed& oneSegment(const std::vector<Cut::Placed>& placed, const std::string& id) const;
   std::string panelTab_ = "voice";
   std::vector<std::string> collapsed_;
   double playhead_ = 0;

@@ -44,6 +44,7 @@ Recording AppModel::open(const fs::path& dir) {
 
   selection_.clear();
   hovered_.reset();
+  pickedTake_.reset();
   history_.forget();
   pushedThisTurn_ = false;
   pendingName_.reset();
