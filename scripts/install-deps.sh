@@ -11,6 +11,8 @@ packages=(
   libicu-dev clang
   # The phonemiser's data is built from these (tools/build_speech_data.py).
   festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
+  # The letters-to-phonemes model: BLAS at run time, torch (CPU) to retrain it (tools/train_g2p.py).
+  libopenblas-dev python3-torch
 )
 
 missing=()
