@@ -48,7 +48,9 @@ void SafetensorsLoader::parse() {
                                         nullptr, false);
     if (header.is_discarded() || !header.is_object()) throw BARTG2PError::invalidSafetensors("Invalid header JSON");
 
-    for (const auto& [name, entry] : header.items()) {
+    for (const auto& item : header.items()) {
+        const std::string name = item.key();
+        const auto& entry = item.value();
         if (name == "__metadata__") {
             if (entry.is_object())
                 for (const auto& [k, v] : entry.items())
