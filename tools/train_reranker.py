@@ -126,6 +126,17 @@ def main():
               f'{right / max(1, len(held)):.3f}', flush=True)
     sd = {k: v for k, v in model.state_dict().items() if not k.endswith('num_batches_tracked')}
     write_safetensors(os.path.join(DATA, 'reranker.safetensors'), sd, {'chars': ''.join(chars)})
+    # The C++ side is checked against these scores.
+    import json
+    model.eval()
+    examples = [(w, c) for w, cs, _ in (held or train)[:3] for c in cs[:2]]
+    with torch.no_grad():
+        batch = [(w, [c], None) for w, c in examples]
+        scores = model(*tensors(batch)).tolist()
+    with open(os.path.join(DATA, 'reranker_parity.json'), 'w', encoding='utf-8') as f:
+        json.dump([{'word': w, 'candidate': c[0], 'model_log_prob': c[1], 'trigram_log_prob': c[2], 'score': s}
+                   for (w, c), s in zip(examples, scores)], f, ensure_ascii=False)
+        f.write('\n')
     print('written', flush=True)
 
 

@@ -315,3 +315,17 @@ TEST(NeuralReranker, FoldsBatchNormAndNormalisesItsFeatures) {
     t.erase("feat_std");
     EXPECT_THROW(NeuralReranker(SafetensorsLoader(safetensors(t, {{"chars", "ab"}}))), BARTG2PError);
 }
+
+TEST(NeuralReranker, AgreesWithTheNetworkItWasExportedFrom) {
+    std::ifstream in(speechDataDirectory() / "reranker_parity.json");
+    ASSERT_TRUE(in);
+    const auto parity = nlohmann::json::parse(in);
+    ASSERT_FALSE(parity.empty());
+    const NeuralReranker r(speechDataDirectory() / "reranker.safetensors");
+    for (const auto& e : parity)
+        EXPECT_NEAR(r.score(e["word"].get<std::string>(), e["candidate"].get<std::string>(),
+                            e["model_log_prob"].get<float>(), e["trigram_log_prob"].get<float>()),
+                    e["score"].get<double>(), 1e-4)
+            << e["word"] << " " << e["candidate"];
+    EXPECT_NE(shipped().reranker(), nullptr);
+}
