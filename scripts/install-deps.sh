@@ -17,6 +17,8 @@ packages=(
   util-linux                        # prlimit, for the out-of-descriptors test
   libcairo2-dev libpng-dev libstb-dev
   libcurl4-openssl-dev libcpp-httplib-dev libespeak-ng-dev espeak-ng-data
+  # The letters-to-phonemes model: BLAS at run time, torch (CPU) to retrain it (tools/train_g2p.py).
+  libopenblas-dev python3-torch
 )
 
 missing=()

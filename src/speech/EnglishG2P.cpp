@@ -7,6 +7,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include "speech/BARTG2P.hpp"
 #include "speech/PennTag.hpp"
 #include "speech/PosTagger.hpp"
 #include "speech/TextCase.hpp"
@@ -145,7 +146,7 @@ struct EnglishG2P::Regexes {
 
 EnglishG2P::EnglishG2P(bool british, std::string unk, std::shared_ptr<G2PModel> bart, const std::filesystem::path& dir)
     : british_(british), unk_(std::move(unk)), tagger_(std::make_unique<PosTagger>(dir / "tagger.txt")),
-      lexicon_(british, dir), bart_(std::move(bart)), regexes_(std::make_unique<Regexes>()) {}
+      lexicon_(british, dir), bart_(bart ? std::move(bart) : BARTG2P::fromBundle(dir)), regexes_(std::make_unique<Regexes>()) {}
 
 EnglishG2P::~EnglishG2P() = default;
 

@@ -27,6 +27,7 @@ public:
     };
     using RetokenizedItem = std::variant<MToken, std::vector<MToken>>;  // single or compound
 
+    // Without a model given, the trained one in the data folder is used when it loads.
     explicit EnglishG2P(bool british = false, std::string unk = "❓", std::shared_ptr<G2PModel> bart = nullptr,
                         const std::filesystem::path& dataDirectory = speechDataDirectory());
     ~EnglishG2P() override;

@@ -52,3 +52,11 @@ TEST(TavorinPhonemize, RefusesWithASentence) {
   EXPECT_EQ(missing.rc, 1);
   EXPECT_NE(missing.err.find("could not be read."), std::string::npos) << missing.err;
 }
+
+TEST(TavorinPhonemize, UnknownWordsComeFromTheModelWithRatingTwo) {
+  const auto tokens = phonemize("\"$1\" --tokens zorblax");
+  EXPECT_EQ(tokens.rc, 0) << tokens.err;
+  const auto fields = tokens.out.substr(tokens.out.rfind('\t') + 1);
+  EXPECT_EQ(fields, "2\n") << tokens.out;
+  EXPECT_EQ(tokens.out.find("❓"), std::string::npos) << tokens.out;
+}
