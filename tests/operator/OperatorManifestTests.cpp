@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <regex>
 #include <set>
 
@@ -74,8 +75,6 @@ TEST(OperatorManifest, DocumentsEveryVerbAndParameter) {
   }
 }
 
-// The dispatcher's refusals name the arguments a verb needs; each must be a
-// parameter the manifest documents for that verb, or the two would disagree.
 TEST(OperatorManifest, TravelsAsJSONWithExactlyItsKeys) {
   const JSONValue line = row("line.split").toJSON();
   ASSERT_NE(line.objectValue(), nullptr);
@@ -89,11 +88,41 @@ TEST(OperatorManifest, TravelsAsJSONWithExactlyItsKeys) {
   const JSONValue all = JSONValue::decode(OperatorManifest::toJSON().encode());
   ASSERT_EQ(all.arrayValue()->size(), 190u);
   for (std::size_t i = 0; i < 190; ++i)
-    EXPECT_EQ(VerbSpec::fromJSON((*all.arrayValue())[i]), OperatorManifest::verbs()[i]);
+    EXPECT_EQ(VerbSpec::fromJSON((*all.arrayValue())[i]).toJSON(), OperatorManifest::verbs()[i].toJSON());
 
   JSONValue broken = row("ping").toJSON();
   broken.objectValue()->erase("mutating");
   EXPECT_THROW(VerbSpec::fromJSON(broken), std::runtime_error);
   EXPECT_THROW(ParamSpec::fromJSON(JSONValue::object({{"name", "id"}, {"required", "yes"}, {"description", ""}})),
                std::runtime_error);
+}
+
+// The dispatcher refuses a missing argument with the row's own words; they must name
+// every required parameter, or the refusal would send the user after the wrong one.
+TEST(OperatorManifest, EveryRequiredParameterIsNamedInItsRefusal) {
+  int refusals = 0;
+  for (const auto& v : OperatorManifest::verbs()) {
+    if (!v.needs) continue;
+    ++refusals;
+    EXPECT_TRUE(v.needs->rfind(v.name + " needs ", 0) == 0 || v.needs->rfind(v.name + " requires ", 0) == 0)
+        << *v.needs;
+    for (const auto& p : v.params)
+      if (p.required) {
+        EXPECT_NE(v.needs->find(p.name + "="), std::string::npos) << v.name << " " << p.name;
+      }
+  }
+  EXPECT_EQ(refusals, 58);
+  EXPECT_EQ(row("line.split").needs, "line.split needs id=<line id> and at=<characters>");
+  EXPECT_EQ(row("peaks").needs, "peaks requires id=<item id>");
+  EXPECT_EQ(row("render").needs, std::nullopt);  // any one of three; the verb says which itself
+}
+
+TEST(OperatorManifest, FormerSpellingsNameTheVerbTheyAnswerAs) {
+  std::map<std::string, std::string> aliases;
+  for (const auto& v : OperatorManifest::verbs())
+    if (v.aliasOf) aliases[v.name] = *v.aliasOf;
+  EXPECT_EQ(aliases, (std::map<std::string, std::string>{
+                         {"modes", "pages"}, {"takes", "take.list"}, {"render.flow", "export.flow"}}));
+  // A former spelling takes nothing its verb does not.
+  for (const auto& [former, verb] : aliases) EXPECT_TRUE(row(former).params.empty()) << former;
 }
