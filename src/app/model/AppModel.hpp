@@ -22,6 +22,7 @@
 #include "kit/Schedule.hpp"
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
+#include "app/model/SessionWriter.hpp"
 #include "kit/VariantsStore.hpp"
 
 namespace tavorin {
@@ -50,6 +51,8 @@ class AppModel {
   MainActor& actor() { return actor_; }
   ToastCenter& toasts() { return toasts_; }
   const SessionStore& session() const { return session_; }
+  // Every change of session.json goes through here, in order, off the main actor.
+  SessionWriter& sessionWriter() { return sessionWriter_; }
   Pasteboard& pasteboard() { return pasteboard_; }
 
   // ---- The production ----------------------------------------------------
@@ -264,6 +267,8 @@ class AppModel {
   double pxPerSecond_ = 100;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
+  // After `alive_`: its failures reach the feed through a guard.
+  SessionWriter sessionWriter_;
 };
 
 }  // namespace tavorin
