@@ -4,8 +4,6 @@
 #include <map>
 #include <stdexcept>
 
-#include <nlohmann/json.hpp>
-
 #include "operator/VerbTableData.hpp"
 
 namespace tavorin {
@@ -26,30 +24,28 @@ bool flag(const JSONValue& value, const char* key, const char* what) {
   return *m->boolValue();
 }
 
-using nlohmann::json;
-
 // A row's text member, refusing anything else: the table is ours, so a slip in it
 // should stop the first test rather than print a half-documented verb.
-std::string text(const json& row, const char* key, const std::string& where) {
-  const auto it = row.find(key);
-  if (it == row.end() || !it->is_string()) throw std::logic_error(where + " needs a text `" + key + "`");
-  return it->get<std::string>();
+std::string text(const JSONValue& row, const char* key, const std::string& where) {
+  const JSONValue* m = row[key];
+  if (!m || !m->stringValue()) throw std::logic_error(where + " needs a text `" + key + "`");
+  return *m->stringValue();
 }
 
-bool truth(const json& row, const char* key, const std::string& where) {
-  const auto it = row.find(key);
-  if (it == row.end() || !it->is_boolean()) throw std::logic_error(where + " needs a true or false `" + key + "`");
-  return it->get<bool>();
+bool truth(const JSONValue& row, const char* key, const std::string& where) {
+  const JSONValue* m = row[key];
+  if (!m || !m->boolValue()) throw std::logic_error(where + " needs a true or false `" + key + "`");
+  return *m->boolValue();
 }
 
-void onlyKeys(const json& row, std::initializer_list<std::string_view> keys, const std::string& where) {
-  for (const auto& [key, _] : row.items())
+void onlyKeys(const JSONValue& row, std::initializer_list<std::string_view> keys, const std::string& where) {
+  for (const auto& [key, _] : *row.objectValue())
     if (std::find(keys.begin(), keys.end(), key) == keys.end())
       throw std::logic_error(where + " has an unknown member `" + key + "`");
 }
 
-VerbSpec readRow(const json& row, const std::string& group, const std::string& file) {
-  if (!row.is_object()) throw std::logic_error(file + " holds a row that is not an object");
+VerbSpec readRow(const JSONValue& row, const std::string& group, const std::string& file) {
+  if (!row.objectValue()) throw std::logic_error(file + " holds a row that is not an object");
   VerbSpec verb;
   verb.name = text(row, "name", file + ": a row");
   const std::string where = file + ": " + verb.name;
@@ -57,19 +53,19 @@ VerbSpec readRow(const json& row, const std::string& group, const std::string& f
   verb.group = group;
   verb.summary = text(row, "summary", where);
   verb.mutating = truth(row, "mutating", where);
-  const auto params = row.find("params");
-  if (params == row.end() || !params->is_array()) throw std::logic_error(where + " needs a list of `params`");
+  const JSONValue* params = row["params"];
+  if (!params || !params->arrayValue()) throw std::logic_error(where + " needs a list of `params`");
   bool needsSome = false;
-  for (const auto& p : *params) {
-    if (!p.is_object()) throw std::logic_error(where + " has a parameter that is not an object");
+  for (const auto& p : *params->arrayValue()) {
+    if (!p.objectValue()) throw std::logic_error(where + " has a parameter that is not an object");
     onlyKeys(p, {"name", "required", "description"}, where + " parameter");
     ParamSpec param{text(p, "name", where + " parameter"), truth(p, "required", where + " parameter"),
                     text(p, "description", where + " parameter")};
     needsSome = needsSome || param.required;
     verb.params.push_back(std::move(param));
   }
-  if (row.contains("needs")) verb.needs = text(row, "needs", where);
-  if (row.contains("aliasOf")) verb.aliasOf = text(row, "aliasOf", where);
+  if (row["needs"]) verb.needs = text(row, "needs", where);
+  if (row["aliasOf"]) verb.aliasOf = text(row, "aliasOf", where);
   // A required parameter is refused in the row's own words, so it must have some.
   if (needsSome != verb.needs.has_value())
     throw std::logic_error(where + (needsSome ? " has a required parameter but no `needs` refusal"
@@ -77,26 +73,28 @@ VerbSpec readRow(const json& row, const std::string& group, const std::string& f
   return verb;
 }
 
+}  // namespace
+
 // The rows in the order `tavorinctl verbs` prints them. Groups are not contiguous
 // on purpose: a verb stands where it reads best, and former spellings (`modes`,
 // `takes`, `render.flow`) keep rows of their own so that old scripts go on running.
-std::vector<VerbSpec> makeTable() {
+std::vector<VerbSpec> OperatorManifest::read(std::string_view order, const std::vector<VerbTableData::File>& files) {
   std::map<std::string, VerbSpec, std::less<>> rows;
-  for (const auto& file : VerbTableData::groups) {
+  for (const auto& file : files) {
     const std::string name(file.name);
-    json doc;
+    JSONValue doc;
     try {
-      doc = json::parse(file.text);
-    } catch (const json::exception& e) {
+      doc = JSONValue::decode(file.text);
+    } catch (const std::exception& e) {
       throw std::logic_error(name + " is not JSON: " + e.what());
     }
-    if (!doc.is_object()) throw std::logic_error(name + " is not an object");
+    if (!doc.objectValue()) throw std::logic_error(name + " is not an object");
     onlyKeys(doc, {"group", "verbs"}, name);
     const std::string group = text(doc, "group", name);
     if (group + ".json" != name) throw std::logic_error(name + " holds the group `" + group + "`");
-    const auto verbs = doc.find("verbs");
-    if (verbs == doc.end() || !verbs->is_array()) throw std::logic_error(name + " needs a list of `verbs`");
-    for (const auto& row : *verbs) {
+    const JSONValue* verbs = doc["verbs"];
+    if (!verbs || !verbs->arrayValue()) throw std::logic_error(name + " needs a list of `verbs`");
+    for (const auto& row : *verbs->arrayValue()) {
       VerbSpec verb = readRow(row, group, name);
       const std::string key = verb.name;
       if (!rows.emplace(key, std::move(verb)).second) throw std::logic_error("the verb " + key + " has two rows");
@@ -104,7 +102,6 @@ std::vector<VerbSpec> makeTable() {
   }
   std::vector<VerbSpec> table;
   table.reserve(rows.size());
-  std::string_view order = VerbTableData::order;
   while (!order.empty()) {
     const auto end = order.find('\n');
     const std::string_view name = order.substr(0, end);
@@ -124,8 +121,6 @@ std::vector<VerbSpec> makeTable() {
   }
   return table;
 }
-
-}  // namespace
 
 JSONValue ParamSpec::toJSON() const {
   return JSONValue::object({{"name", name}, {"required", required}, {"description", description}});
@@ -160,7 +155,7 @@ VerbSpec VerbSpec::fromJSON(const JSONValue& value) {
 }
 
 const std::vector<VerbSpec>& OperatorManifest::verbs() {
-  static const std::vector<VerbSpec> table = makeTable();
+  static const std::vector<VerbSpec> table = read(VerbTableData::order, VerbTableData::groups);
   return table;
 }
 

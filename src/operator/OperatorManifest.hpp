@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "operator/JSONValue.hpp"
+#include "operator/VerbTableData.hpp"
 
 namespace tavorin {
 
@@ -55,6 +56,10 @@ const VerbSpec* find(std::string_view name);
 const std::vector<std::string>& groups();
 // The whole list as a JSON array of verbs.
 JSONValue toJSON();
+// Reads a table from its group files and its printed order; a slip in them (an
+// unknown member, a required parameter without its refusal, a name in one place
+// and not the other) throws std::logic_error naming the file and the row.
+std::vector<VerbSpec> read(std::string_view order, const std::vector<VerbTableData::File>& files);
 
 }  // namespace OperatorManifest
 

@@ -126,3 +126,42 @@ TEST(OperatorManifest, FormerSpellingsNameTheVerbTheyAnswerAs) {
   // A former spelling takes nothing its verb does not.
   for (const auto& [former, verb] : aliases) EXPECT_TRUE(row(former).params.empty()) << former;
 }
+
+// A slip in the table's files stops the build's first test with the file and the row.
+TEST(OperatorManifest, ASlipInTheTableFilesIsNamed) {
+  const std::string ping = R"({"name": "ping", "summary": "Is it up?", "mutating": false, "params": []})";
+  const auto group = [](const std::string& rows) { return R"({"group": "status", "verbs": [)" + rows + "]}"; };
+  const auto refusal = [&](std::string_view order, const std::string& text) -> std::string {
+    const std::vector<VerbTableData::File> files{{"status.json", text}};
+    try {
+      OperatorManifest::read(order, files);
+    } catch (const std::logic_error& e) {
+      return e.what();
+    }
+    return "";
+  };
+  // A good table reads, former spelling and all.
+  const std::string former = R"({"name": "pong", "summary": "Old.", "mutating": false, "params": [], "aliasOf": "ping"})";
+  const std::string goodText = group(ping + "," + former);
+  const std::vector<VerbTableData::File> good{{"status.json", goodText}};
+  const auto table = OperatorManifest::read("pong\nping\n", good);
+  ASSERT_EQ(table.size(), 2u);
+  EXPECT_EQ(table[0].name, "pong");
+  EXPECT_EQ(table[0].aliasOf, "ping");
+  EXPECT_EQ(table[1].group, "status");
+
+  EXPECT_EQ(refusal("ping\n", group(R"({"name": "ping", "summary": "Up?", "mutating": false, "params": [], "mutates": true})")),
+            "status.json: ping has an unknown member `mutates`");
+  EXPECT_EQ(refusal("ping\n", group(R"({"name": "ping", "summary": "Up?", "mutating": false,
+      "params": [{"name": "id", "required": true, "description": "An id."}]})")),
+            "status.json: ping has a required parameter but no `needs` refusal");
+  EXPECT_EQ(refusal("ping\n", group(R"({"name": "ping", "summary": "Up?", "mutating": "no", "params": []})")),
+            "status.json: ping needs a true or false `mutating`");
+  EXPECT_EQ(refusal("", group(ping)), "order.txt leaves out ping");
+  EXPECT_EQ(refusal("ping\nping\n", group(ping)), "order.txt lists ping, which no group has, or lists it twice");
+  EXPECT_EQ(refusal("ping\n", group(ping + "," + ping)), "the verb ping has two rows");
+  EXPECT_EQ(refusal("pong\n", group(R"({"name": "pong", "summary": "Old.", "mutating": false, "params": [], "aliasOf": "gone"})")),
+            "pong is a former spelling of gone, which is not a verb of its own");
+  EXPECT_EQ(refusal("ping\n", R"({"group": "nav", "verbs": []})"), "status.json holds the group `nav`");
+  EXPECT_NE(refusal("ping\n", "{"), "");
+}
