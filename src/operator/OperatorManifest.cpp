@@ -108,14 +108,16 @@ std::vector<VerbSpec> OperatorManifest::read(std::string_view order, const std::
     order = end == std::string_view::npos ? std::string_view() : order.substr(end + 1);
     if (name.empty()) continue;
     const auto it = rows.find(name);
-    if (it == rows.end()) throw std::logic_error("order.txt lists " + std::string(name) + ", which no group has, or lists it twice");
+    if (it == rows.end())
+      throw std::logic_error("order.txt lists " + std::string(name) + ", which no group has, or lists it twice");
     table.push_back(std::move(it->second));
     rows.erase(it);
   }
   if (!rows.empty()) throw std::logic_error("order.txt leaves out " + rows.begin()->first);
   for (const auto& v : table) {
     if (!v.aliasOf) continue;
-    const auto target = std::find_if(table.begin(), table.end(), [&](const VerbSpec& t) { return t.name == *v.aliasOf; });
+    const auto target =
+        std::find_if(table.begin(), table.end(), [&](const VerbSpec& t) { return t.name == *v.aliasOf; });
     if (target == table.end() || target->aliasOf)
       throw std::logic_error(v.name + " is a former spelling of " + *v.aliasOf + ", which is not a verb of its own");
   }

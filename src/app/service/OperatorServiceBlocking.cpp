@@ -46,7 +46,8 @@ JSONValue OperatorService::diagnosticsReport() const {
 }
 
 void OperatorService::registerBlocking() {
-  onBranch(&OperatorService::blockingVerbs, {"cue.move", "blocking", "blocking.set", "blocking.cues", "blocking.diagnostics", "blocking.drawer", "blocking.save"});
+  onBranch(&OperatorService::blockingVerbs, {"cue.move", "blocking", "blocking.set", "blocking.cues",
+                                             "blocking.diagnostics", "blocking.drawer", "blocking.save"});
 }
 
 OperatorService::Answer OperatorService::blockingVerbs(const OperatorCommand& c, const OperatorArgs& a) {

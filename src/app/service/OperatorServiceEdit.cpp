@@ -60,7 +60,9 @@ JSONValue inspectJSON(const Recording& rec, const TimelineItem& i) {
 }  // namespace
 
 void OperatorService::registerEdit() {
-  onBranch(&OperatorService::editVerbs, {"copy", "cut", "paste", "delete", "undo", "redo", "history", "label.add", "label.rename", "label.edit", "panel", "select", "selection", "inspect", "hover", "item.move", "item.duplicate", "snap", "edit"});
+  onBranch(&OperatorService::editVerbs, {"copy", "cut", "paste", "delete", "undo", "redo", "history", "label.add",
+                                         "label.rename", "label.edit", "panel", "select", "selection", "inspect",
+                                         "hover", "item.move", "item.duplicate", "snap", "edit"});
 }
 
 OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, const OperatorArgs& a) {

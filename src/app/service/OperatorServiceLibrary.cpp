@@ -29,7 +29,10 @@ JSONValue summaryJSON(const RecordingSummary& s) {
 }  // namespace
 
 void OperatorService::registerLibrary() {
-  onBranch(&OperatorService::libraryVerbs, {"project.list", "project.create", "project.open", "project.duplicate", "project.trash", "recording.list", "recording.open", "recording.duplicate", "recording.trash", "recording.restore", "recording.trashed"});
+  onBranch(&OperatorService::libraryVerbs, {"project.list", "project.create", "project.open", "project.duplicate",
+                                            "project.trash", "recording.list", "recording.open",
+                                            "recording.duplicate", "recording.trash", "recording.restore",
+                                            "recording.trashed"});
 }
 
 OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, const OperatorArgs& a) {

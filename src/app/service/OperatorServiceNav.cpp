@@ -25,7 +25,8 @@ JSONValue OperatorService::flowReport() const {
 }
 
 void OperatorService::registerNav() {
-  onBranch(&OperatorService::navVerbs, {"nav", "pages", "shoot", "export.flow", "export.youtube", "export.dismiss", "flow.end"});
+  onBranch(&OperatorService::navVerbs, {"nav", "pages", "shoot", "export.flow", "export.youtube", "export.dismiss",
+                                        "flow.end"});
 }
 
 OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, const OperatorArgs& a) {

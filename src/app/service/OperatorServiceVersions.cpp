@@ -63,7 +63,8 @@ JSONValue OperatorService::versionsReport() const {
 }
 
 void OperatorService::registerVersions() {
-  onBranch(&OperatorService::versionsVerbs, {"diff", "diff.raw", "save", "versions", "version.open", "version.menu", "version.head", "draft", "revert"});
+  onBranch(&OperatorService::versionsVerbs, {"diff", "diff.raw", "save", "versions", "version.open", "version.menu",
+                                             "version.head", "draft", "revert"});
 }
 
 OperatorService::Answer OperatorService::versionsVerbs(const OperatorCommand& c, const OperatorArgs& a) {
