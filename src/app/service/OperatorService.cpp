@@ -40,8 +40,8 @@ AppModel& OperatorService::model() const { return store_.production(); }
 const std::set<std::string>& OperatorService::handledVerbs() { return OperatorManifest::verbNames(); }
 
 void OperatorService::on(std::string_view verb, Handler handler) {
-  if (handlers_.count(verb) || waiting_.count(verb))
-    throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
+  if (handlers_.count(verb)) throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
+  if (const auto it = waiting_.find(verb); it != waiting_.end()) waiting_.erase(it);
   handlers_.emplace(verb, std::move(handler));
 }
 

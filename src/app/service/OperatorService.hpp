@@ -42,6 +42,10 @@ class OperatorService {
   std::optional<std::string> waitingFor(std::string_view verb) const;
   // Every verb registered, with a handler or as waiting.
   std::set<std::string> registeredVerbs() const;
+  // Gives a verb its handler. A part of the studio that lives outside the service
+  // (a window that photographs itself, a render queue) takes over a verb marked as
+  // waiting for it; a verb that has a handler already is refused with logic_error.
+  void on(std::string_view verb, Handler handler);
 
   // Reports, shaped for the wire.
   JSONValue status() const;
@@ -51,8 +55,6 @@ class OperatorService {
   using Answer = std::optional<OperatorResult>;
   using Branch = Answer (OperatorService::*)(const OperatorCommand&, const OperatorArgs&);
 
-  // Each group registers its verbs; registering a verb twice is a programming error.
-  void on(std::string_view verb, Handler handler);
   // Verbs that answer at once through their group's branch function.
   void onBranch(Branch branch, std::initializer_list<std::string_view> verbs);
   // Verbs of the manifest whose part of the studio is not in this build yet.

@@ -4,11 +4,15 @@
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
+#include <asio/redirect_error.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/use_awaitable.hpp>
 #include <asio/use_future.hpp>
 
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
+#include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
 #include "app/model/Scope.hpp"
 #include "kit/Pasteboard.hpp"
@@ -140,6 +144,42 @@ TEST_F(OperatorServiceTest, EveryRowHasAHandlerOrWaitsForItsCapability) {
       EXPECT_NE(r.error, row.needs) << row.name;
     }
   }
+}
+
+// A verb that waits holds up nothing else: the next request is answered while it
+// waits, and a verb that was waiting for its part of the studio answers once that
+// part registers it.
+TEST_F(OperatorServiceTest, AVerbThatWaitsLetsTheOthersAnswer) {
+  EXPECT_EQ(error("render", {{"all", "1"}}), "unhandled verb 'render'");
+  asio::io_context context;
+  asio::steady_timer done(context, asio::steady_timer::time_point::max());
+  service.on("render", [&](const OperatorCommand& c, const OperatorArgs& a) -> asio::awaitable<OperatorResult> {
+    std::error_code ec;
+    co_await done.async_wait(asio::redirect_error(asio::use_awaitable, ec));
+    // The command and its arguments live until the answer.
+    co_return OperatorResult::success(JSONValue::object({{"verb", c.verb}, {"all", *a.text("all")}}));
+  });
+  EXPECT_FALSE(service.waitingFor("render"));
+  EXPECT_THROW(service.on("render", {}), std::logic_error);
+
+  std::vector<std::string> answered;
+  auto ask = [&](std::string verb, std::map<std::string, std::string> args) {
+    asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}),
+                   [&answered, verb](std::exception_ptr, OperatorResult r) {
+                     answered.push_back(verb + (r.data ? " " + r.data->encode() : " " + r.error.value_or("")));
+                   });
+  };
+  ask("render", {{"all", "1"}});
+  ask("ping", {});
+  // Everything that can run while the render waits.
+  while (context.poll() > 0) {
+  }
+  ASSERT_EQ(answered, (std::vector<std::string>{R"(ping {"pong":true})"}));
+  done.cancel();
+  context.restart();
+  context.run();
+  ASSERT_EQ(answered.size(), 2u);
+  EXPECT_EQ(answered[1], R"(render {"all":"1","verb":"render"})");
 }
 
 TEST_F(OperatorServiceTest, AFormerSpellingAnswersAsItsVerb) {
