@@ -16,10 +16,17 @@ AppModel::AppModel(MainActor& actor, Offloader& offloader, SessionStore session,
       offloader_(offloader),
       session_(std::move(session)),
       pasteboard_(pasteboard),
-      toasts_(actor) {}
+      toasts_(actor),
+      sessionWriter_(offloader, alive_.guard([this](const std::string& why) {
+                       // The session file is a convenience: the feed says why, nothing stops.
+                       note("session not written: " + why);
+                     })) {}
 
 AppModel::~AppModel() {
   cancelDraft();
+  // Leaving: where the user was must be on disk for the next launch, even if no
+  // worker ran the change yet.
+  sessionWriter_.flush();
 }
 
 const Recording& AppModel::recording() const {

@@ -25,6 +25,7 @@
 #include "kit/Schedule.hpp"
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
+#include "app/model/SessionWriter.hpp"
 #include "kit/VariantsStore.hpp"
 #include "platform/Transport.hpp"
 #include "kit/VoiceGroups.hpp"
@@ -59,6 +60,8 @@ class AppModel {
   MainActor& actor() { return actor_; }
   ToastCenter& toasts() { return toasts_; }
   const SessionStore& session() const { return session_; }
+  // Every change of session.json goes through here, in order, off the main actor.
+  SessionWriter& sessionWriter() { return sessionWriter_; }
   Pasteboard& pasteboard() { return pasteboard_; }
 
   // ---- The production ----------------------------------------------------
@@ -398,6 +401,8 @@ class AppModel {
   int localServerRevision_ = 0;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
+  // After `alive_`: its failures reach the feed through a guard.
+  SessionWriter sessionWriter_;
 };
 
 }  // namespace tavorin

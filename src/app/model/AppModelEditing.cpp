@@ -292,11 +292,7 @@ void AppModel::showPanelTab(const std::string& tab) {
     throw Failure::badChoice(tab, "panel tab", "voice, subtitles, agent, info, youtube");
   panelTab_ = tab;
   selection_.clear();
-  try {
-    session_.rememberPanelTab(tab);
-  } catch (const std::exception&) {
-    // The session file is a convenience: the tab is open all the same, only not remembered.
-  }
+  sessionWriter_.write(session_, [tab](const SessionStore& s) { s.rememberPanelTab(tab); });
 }
 
 void AppModel::setGroupCollapsed(const std::string& group, std::optional<bool> collapsed) {
@@ -304,14 +300,11 @@ void AppModel::setGroupCollapsed(const std::string& group, std::optional<bool> c
   const bool now = collapsed.value_or(it == collapsed_.end());
   if (now && it == collapsed_.end()) collapsed_.push_back(group);
   if (!now && it != collapsed_.end()) collapsed_.erase(it);
-  try {
-    session_.rememberCollapsed(collapsed_);
-  } catch (const std::exception&) {
-    // The session file is a convenience: the panel folds all the same, only not remembered.
-  }
+  sessionWriter_.write(session_, [collapsed = collapsed_](const SessionStore& s) { s.rememberCollapsed(collapsed); });
 }
 
 void AppModel::loadPanelState() {
+  sessionWriter_.flush();
   const SessionMemory memory = session_.read();
   collapsed_ = memory.collapsed.value_or(std::vector<std::string>{});
   if (memory.panelTab) {

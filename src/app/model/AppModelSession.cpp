@@ -69,11 +69,7 @@ Recording AppModel::open(const fs::path& dir) {
   }
   playhead_ = 0;
 
-  try {
-    session_.rememberProduction(dir);
-  } catch (const std::exception&) {
-    // Forgetting where we were is no reason to refuse the production.
-  }
+  sessionWriter_.write(session_, [dir](const SessionStore& s) { s.rememberProduction(dir); });
   note("opened " + rec.title + " — " + std::to_string(rec.lines().size()) + " lines");
   restoreDraftIfAny(store);
   return *stored_;

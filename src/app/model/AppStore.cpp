@@ -73,6 +73,7 @@ void AppStore::seedIfEmpty() {
 }
 
 void AppStore::resume() {
+  production_.sessionWriter().flush();
   const SessionMemory memory = session_.read();
   if (memory.production) {
     try {
@@ -155,12 +156,14 @@ void AppStore::go(Route route) {
 }
 
 void AppStore::remember() {
-  try {
-    session_.rememberPage(word(route_.page));
-    session_.rememberProject(currentProject_ ? std::optional<std::string>(currentProject_->name()) : std::nullopt);
-  } catch (const std::exception&) {
-    // The session file is a convenience; failing to write it never blocks a page.
-  }
+  // The session file is a convenience; failing to write it never blocks a page.
+  production_.sessionWriter().write(
+      session_, [page = word(route_.page),
+                 project = currentProject_ ? std::optional<std::string>(currentProject_->name()) : std::nullopt](
+                    const SessionStore& s) {
+        s.rememberPage(page);
+        s.rememberProject(project);
+      });
 }
 
 void AppStore::navigate(const std::string& to) {
@@ -404,8 +407,13 @@ Seed::Result AppStore::newRecording(const std::optional<std::string>& title, con
   return result;
 }
 
+std::vector<RecentProduction> AppStore::recentProductions() {
+  production_.sessionWriter().flush();
+  return session_.recentProductions();
+}
+
 void AppStore::clearRecents() {
-  session_.clearRecents();
+  production_.sessionWriter().write(session_, [](const SessionStore& s) { s.clearRecents(); });
   production_.note("cleared the recent list");
 }
 

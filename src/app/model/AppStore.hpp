@@ -60,6 +60,8 @@ class AppStore {
   const AppModel& production() const { return production_; }
   const Library& library() const { return library_; }
   const SessionStore& session() const { return session_; }
+  // The recent list as it stands once every change already made has landed.
+  std::vector<RecentProduction> recentProductions();
 
   Route route() const { return route_; }
   Page pageBeneath() const { return pageBeneath_; }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <stdexcept>
 
 #include "base/IsoDate.hpp"
 #include "app/model/AppStore.hpp"
@@ -18,32 +19,87 @@ namespace tavorin {
 namespace fs = std::filesystem;
 
 OperatorService::OperatorService(AppStore& store, std::function<void()> terminate)
-    : store_(store), terminate_(std::move(terminate)) {}
+    : store_(store), terminate_(std::move(terminate)) {
+  registerStatus();
+  registerNav();
+  registerLibrary();
+  registerProduction();
+  registerAgent();
+  registerVersions();
+  registerEdit();
+  registerBlocking();
+  registerChrome();
+  registerTimeline();
+  registerTransport();
+  registerApp();
+  registerPlayback();
+  registerMusic();
+  registerCast();
+  registerLineEdits();
+  registerWaiting();
+}
 
 AppModel& OperatorService::model() const { return store_.production(); }
 
 const std::set<std::string>& OperatorService::handledVerbs() { return OperatorManifest::verbNames(); }
 
+void OperatorService::on(std::string_view verb, Handler handler) {
+  if (handlers_.count(verb)) throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
+  if (const auto it = waiting_.find(verb); it != waiting_.end()) waiting_.erase(it);
+  handlers_.emplace(verb, std::move(handler));
+}
+
+void OperatorService::onBranch(Branch branch, std::initializer_list<std::string_view> verbs) {
+  for (auto verb : verbs)
+    on(verb, [this, branch](const OperatorCommand& c, const OperatorArgs& a) { return answerThrough(branch, c, a); });
+}
+
+asio::awaitable<OperatorResult> OperatorService::answerThrough(Branch branch, const OperatorCommand& c,
+                                                               const OperatorArgs& a) {
+  Answer answer = (this->*branch)(c, a);
+  // A verb registered with a branch that has no case for it: the registry test finds these.
+  if (!answer) co_return OperatorResult::failure("unhandled verb '" + c.verb + "'");
+  co_return std::move(*answer);
+}
+
+void OperatorService::waiting(std::string_view capability, std::initializer_list<std::string_view> verbs) {
+  for (auto verb : verbs) {
+    if (handlers_.count(verb) || waiting_.count(verb))
+      throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
+    waiting_.emplace(verb, capability);
+  }
+}
+
+std::optional<std::string> OperatorService::waitingFor(std::string_view verb) const {
+  const auto it = waiting_.find(verb);
+  if (it == waiting_.end()) return std::nullopt;
+  return it->second;
+}
+
+std::set<std::string> OperatorService::registeredVerbs() const {
+  std::set<std::string> verbs;
+  for (const auto& [verb, _] : handlers_) verbs.insert(verb);
+  for (const auto& [verb, _] : waiting_) verbs.insert(verb);
+  return verbs;
+}
+
 asio::awaitable<OperatorResult> OperatorService::handle(OperatorCommand command) {
-  const std::string& verb = command.verb;
-  if (!handledVerbs().count(verb)) co_return OperatorResult::failure("unknown verb '" + verb + "'. Try: tavorinctl verbs");
+  const VerbSpec* row = OperatorManifest::find(command.verb);
+  if (!row) co_return OperatorResult::failure("unknown verb '" + command.verb + "'. Try: tavorinctl verbs");
+  const std::string asked = command.verb;
+  // A former spelling answers as the verb it spells.
+  if (row->aliasOf) {
+    command.verb = *row->aliasOf;
+    row = OperatorManifest::find(command.verb);
+  }
+  const auto handler = handlers_.find(command.verb);
+  // A verb whose part of the studio this build does not have yet says so.
+  if (handler == handlers_.end()) co_return OperatorResult::failure("unhandled verb '" + asked + "'");
+  for (const ParamSpec& p : row->params)
+    if (p.required && !command.arg(p.name)) co_return OperatorResult::failure(*row->needs);
   try {
     const OperatorArgs args(command);
-    if (verb == "voice.check") co_return co_await voiceCheck();
-    // In the manifest's order of groups.
-    for (auto group : {&OperatorService::statusVerbs, &OperatorService::navVerbs, &OperatorService::libraryVerbs,
-                       &OperatorService::productionVerbs, &OperatorService::lineEditVerbs,
-                       &OperatorService::agentVerbs,
-                       &OperatorService::versionsVerbs, &OperatorService::editVerbs, &OperatorService::blockingVerbs,
-                       &OperatorService::chromeVerbs, &OperatorService::timelineVerbs,
-                       &OperatorService::transportVerbs, &OperatorService::castVerbs,
-                       &OperatorService::appVerbs,
-                       &OperatorService::playbackVerbs, &OperatorService::musicVerbs,
-                       &OperatorService::waveformVerbs}) {
-      if (Answer answer = (this->*group)(command, args)) co_return std::move(*answer);
-    }
-    // A verb whose part of the studio this build does not have yet says so.
-    co_return OperatorResult::failure("unhandled verb '" + verb + "'");
+    co_return co_await handler->second(command, args);
   } catch (const std::exception& e) {
     co_return OperatorResult::failure(e.what());
   }
@@ -170,6 +226,10 @@ JSONValue OperatorService::toastsReport() const {
 
 // ---- status -------------------------------------------------------------------------
 
+void OperatorService::registerStatus() {
+  onBranch(&OperatorService::statusVerbs, {"ping", "status", "where", "elements", "events", "toasts", "snapshot"});
+}
+
 OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   if (v == "ping") return OperatorResult::success(JSONValue::object({{"pong", true}}));
@@ -200,6 +260,10 @@ OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, c
 }
 
 // ---- chrome and app ---------------------------------------------------------------------
+
+void OperatorService::registerChrome() { onBranch(&OperatorService::chromeVerbs, {"palette"}); }
+
+void OperatorService::registerApp() { onBranch(&OperatorService::appVerbs, {"quit"}); }
 
 OperatorService::Answer OperatorService::chromeVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   if (c.verb != "palette") return std::nullopt;

@@ -1,9 +1,11 @@
 #pragma once
 #include <asio/awaitable.hpp>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "operator/OperatorCommand.hpp"
 
@@ -30,12 +32,52 @@ class OperatorService {
   // The names the dispatcher answers for: every row of the manifest.
   static const std::set<std::string>& handledVerbs();
 
+  // What a verb runs. It may wait (a render, a recording); the command and its
+  // arguments live until it answers.
+  using Handler = std::function<asio::awaitable<OperatorResult>(const OperatorCommand&, const OperatorArgs&)>;
+  // Whether a verb has a handler of its own; a former spelling answers through the
+  // verb it spells and has none.
+  bool hasHandler(std::string_view verb) const { return handlers_.count(verb) > 0; }
+  // The part of the studio a verb waits for, for a verb this build cannot do yet.
+  std::optional<std::string> waitingFor(std::string_view verb) const;
+  // Every verb registered, with a handler or as waiting.
+  std::set<std::string> registeredVerbs() const;
+  // Gives a verb its handler. A part of the studio that lives outside the service
+  // (a window that photographs itself, a render queue) takes over a verb marked as
+  // waiting for it; a verb that has a handler already is refused with logic_error.
+  void on(std::string_view verb, Handler handler);
+
   // Reports, shaped for the wire.
   JSONValue status() const;
   JSONValue buildReport() const;
 
  private:
   using Answer = std::optional<OperatorResult>;
+  using Branch = Answer (OperatorService::*)(const OperatorCommand&, const OperatorArgs&);
+
+  // Verbs that answer at once through their group's branch function.
+  void onBranch(Branch branch, std::initializer_list<std::string_view> verbs);
+  // Verbs of the manifest whose part of the studio is not in this build yet.
+  void waiting(std::string_view capability, std::initializer_list<std::string_view> verbs);
+
+  void registerStatus();
+  void registerNav();
+  void registerLibrary();
+  void registerProduction();
+  void registerAgent();
+  void registerVersions();
+  void registerEdit();
+  void registerBlocking();
+  void registerChrome();
+  void registerTimeline();
+  void registerTransport();
+  void registerApp();
+  void registerPlayback();
+  void registerMusic();
+  void registerCast();
+  void registerLineEdits();
+  void registerWaiting();
+  asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
   // One function per group of the manifest; each is a branch over its verbs and
   // answers nothing for a verb that is not its own.
@@ -75,6 +117,8 @@ class OperatorService {
 
   AppStore& store_;
   std::function<void()> terminate_;
+  std::map<std::string, Handler, std::less<>> handlers_;
+  std::map<std::string, std::string, std::less<>> waiting_;
 };
 
 // Report helpers shared by the group files.

@@ -45,13 +45,17 @@ JSONValue OperatorService::diagnosticsReport() const {
                             {"groups", JSONValue(std::move(groups))}});
 }
 
+void OperatorService::registerBlocking() {
+  onBranch(&OperatorService::blockingVerbs, {"cue.move", "blocking", "blocking.set", "blocking.cues",
+                                             "blocking.diagnostics", "blocking.drawer", "blocking.save"});
+}
+
 OperatorService::Answer OperatorService::blockingVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   AppModel& m = model();
   if (v == "cue.move") {
     const auto id = a.integer("id");
     const auto to = a.number("to");
-    if (!id || !to) return OperatorResult::failure("cue.move needs id=<cue ordinal> to=<seconds>");
     m.moveCue(static_cast<int>(*id), *to);
     for (const auto& cue : m.cues())
       if (cue.id == *id) return OperatorResult::success(cueJSON(cue));
@@ -71,10 +75,7 @@ OperatorService::Answer OperatorService::blockingVerbs(const OperatorCommand& c,
          {"drawer", m.blockingDrawerOpen}}));
   }
   if (v == "blocking.set") {
-    // An empty script is a real script; only a missing text is refused.
-    const auto it = c.args.find("text");
-    if (it == c.args.end()) return OperatorResult::failure("blocking.set needs text=<the whole script>");
-    m.replaceBlocking(it->second);
+    m.replaceBlocking(*a.text("text"));
     return OperatorResult::success(diagnosticsReport());
   }
   if (v == "blocking.cues") {
@@ -101,6 +102,10 @@ OperatorService::Answer OperatorService::blockingVerbs(const OperatorCommand& c,
   return std::nullopt;
 }
 
+void OperatorService::registerTimeline() {
+  onBranch(&OperatorService::timelineVerbs, {"snapping"});
+}
+
 OperatorService::Answer OperatorService::timelineVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   if (c.verb != "snapping") return std::nullopt;
   AppModel& m = model();
@@ -109,10 +114,13 @@ OperatorService::Answer OperatorService::timelineVerbs(const OperatorCommand& c,
       {{"snapping", m.snapping}, {"window", Retime::snapWindow(m.pxPerSecond(), AppModel::snapPixels)}}));
 }
 
+void OperatorService::registerTransport() {
+  onBranch(&OperatorService::transportVerbs, {"jog"});
+}
+
 OperatorService::Answer OperatorService::transportVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   if (c.verb != "jog") return std::nullopt;
   const auto to = a.text("to");
-  if (!to) return OperatorResult::failure("jog needs to=prev|next|start|end");
   const double playhead = model().stepCue(*to);
   return OperatorResult::success(JSONValue::object({{"playhead", JSONValue::seconds(playhead)}}));
 }

@@ -208,4 +208,15 @@ OperatorService::Answer OperatorService::lineEditVerbs(const OperatorCommand& c,
   return std::nullopt;
 }
 
+void OperatorService::registerCast() {
+  onBranch(&OperatorService::castVerbs, {"voice", "voice.local", "voice.local.set", "voice.groups", "line.audio"});
+  // Waits for every engine's answer without holding up the main actor.
+  on("voice.check", [this](const OperatorCommand&, const OperatorArgs&) { return voiceCheck(); });
+}
+
+void OperatorService::registerLineEdits() {
+  onBranch(&OperatorService::lineEditVerbs,
+           {"lines.glue", "line.split", "lines.merge", "lines.together", "lines.alone"});
+}
+
 }  // namespace tavorin

@@ -59,6 +59,12 @@ JSONValue inspectJSON(const Recording& rec, const TimelineItem& i) {
 
 }  // namespace
 
+void OperatorService::registerEdit() {
+  onBranch(&OperatorService::editVerbs, {"copy", "cut", "paste", "delete", "undo", "redo", "history", "label.add",
+                                         "label.rename", "label.edit", "panel", "select", "selection", "inspect",
+                                         "hover", "item.move", "item.duplicate", "snap", "edit"});
+}
+
 OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   AppModel& m = model();
@@ -104,14 +110,12 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
   }
   if (v == "label.add") {
     const auto at = a.number("at");
-    if (!at) return OperatorResult::failure("label.add needs at=<seconds> [text=…]");
     const std::string id = m.addLabel(*at, a.text("text"));
     return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(id)));
   }
   if (v == "label.rename") {
     const auto id = a.text("id");
     const auto text = a.text("text");
-    if (!id || !text) return OperatorResult::failure("label.rename needs id=<label> text=<new text>");
     m.renameLabel(*id, *text);
     return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(*id)));
   }
@@ -186,7 +190,6 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
   }
   if (v == "hover") {
     const auto id = a.text("id");
-    if (!id) return OperatorResult::failure("hover needs id=<item id>");
     const Recording& rec = m.recording();
     const TimelineItem* item = rec.item(*id);
     if (!item) throw AppModel::Failure::noSuchItem(*id);
@@ -198,21 +201,18 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
   if (v == "item.move") {
     const auto id = a.text("id");
     const auto to = a.number("to");
-    if (!id || !to) return OperatorResult::failure("item.move needs id=<item> to=<seconds>");
     const Retime::Snap landing = m.moveItem(*id, *to, a.lenient("snap"));
     return OperatorResult::success(JSONValue::object(
         {{"id", *id}, {"start", JSONValue::seconds(landing.start)}, {"snapped", Reports::seconds(landing.snapped)}}));
   }
   if (v == "item.duplicate") {
     const auto id = a.text("id");
-    if (!id) return OperatorResult::failure("item.duplicate needs id=<item> [at=<seconds>]");
     const std::string copy = m.duplicateItem(*id, a.number("at"));
     return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(copy)));
   }
   if (v == "snap") {
     const auto id = a.text("id");
     const auto to = a.number("to");
-    if (!id || !to) return OperatorResult::failure("snap needs id=<item> to=<seconds>");
     const Retime::Snap landing = m.snapPreview(*id, *to);
     return OperatorResult::success(JSONValue::object({{"id", *id},
                                                       {"start", JSONValue::seconds(landing.start)},
@@ -223,7 +223,6 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
   if (v == "edit") {
     const auto id = a.text("id");
     const auto field = a.text("field");
-    if (!id || !field) return OperatorResult::failure("edit needs id=<item id or production> field=<name> [value=]");
     m.editItem(*id, *field, fieldValue(*field, a.text("value").value_or("")));
     if (*id == "production") return OperatorResult::success(productionReport());
     return OperatorResult::success(Reports::item(m.recording(), *m.recording().item(*id)));

@@ -28,6 +28,13 @@ JSONValue summaryJSON(const RecordingSummary& s) {
 
 }  // namespace
 
+void OperatorService::registerLibrary() {
+  onBranch(&OperatorService::libraryVerbs, {"project.list", "project.create", "project.open", "project.duplicate",
+                                            "project.trash", "recording.list", "recording.open",
+                                            "recording.duplicate", "recording.trash", "recording.restore",
+                                            "recording.trashed"});
+}
+
 OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   auto currentName = [&] {
@@ -48,13 +55,11 @@ OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, 
   }
   if (v == "project.create") {
     const auto name = a.text("name");
-    if (!name) return OperatorResult::failure("project.create needs name=<display name>");
     const Project p = store_.createProject(*name);
     return OperatorResult::success(JSONValue::object({{"project", p.name()}, {"dir", p.dir.string()}}));
   }
   if (v == "project.open") {
     const auto name = a.text("name");
-    if (!name) return OperatorResult::failure("project.open needs name=<slug or name>");
     const Project p = store_.openProject(*name);
     JSONValue::Array recordings;
     for (const auto& s : store_.summaries()) recordings.push_back(summaryJSON(s));
@@ -67,7 +72,6 @@ OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, 
   }
   if (v == "project.trash") {
     const auto name = a.text("name");
-    if (!name) return OperatorResult::failure("project.trash needs name=<project>. Try: tavorinctl project.list");
     const auto where = store_.trashProject(*name);
     return OperatorResult::success(JSONValue::object({{"trashed", *name}, {"trash", where.string()}}));
   }
@@ -81,23 +85,19 @@ OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, 
   }
   if (v == "recording.open") {
     const auto slug = a.text("slug");
-    if (!slug) return OperatorResult::failure("recording.open needs slug=<slug>");
     store_.openRecording(*slug);
     return OperatorResult::success(productionReport());
   }
   if (v == "recording.duplicate") {
     const auto slug = a.text("slug");
-    if (!slug) return OperatorResult::failure("recording.duplicate needs slug=<slug>");
     return OperatorResult::success(JSONValue::object({{"slug", store_.duplicateRecording(*slug)}}));
   }
   if (v == "recording.trash") {
     const auto slug = a.text("slug");
-    if (!slug) return OperatorResult::failure("recording.trash needs slug=<slug>");
     return OperatorResult::success(JSONValue::object({{"entry", store_.trashRecording(*slug)}}));
   }
   if (v == "recording.restore") {
     const auto entry = a.text("entry");
-    if (!entry) return OperatorResult::failure("recording.restore needs entry=<trash entry>");
     return OperatorResult::success(JSONValue::object({{"slug", store_.restoreRecording(*entry)}}));
   }
   if (v == "recording.trashed") {
@@ -112,11 +112,14 @@ OperatorService::Answer OperatorService::libraryVerbs(const OperatorCommand& c, 
   return std::nullopt;
 }
 
+void OperatorService::registerProduction() {
+  onBranch(&OperatorService::productionVerbs, {"open", "drop", "recent", "recent.clear"});
+}
+
 OperatorService::Answer OperatorService::productionVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   if (v == "open") {
     const auto dir = a.path("dir");
-    if (!dir) return OperatorResult::failure("open needs dir=<path>");
     if (!SessionStore::isProduction(*dir)) throw AppModel::Failure::cannotOpen(dir->string());
     store_.openProduction(*dir);
     store_.go(Route::of(Page::edit));
@@ -124,7 +127,6 @@ OperatorService::Answer OperatorService::productionVerbs(const OperatorCommand& 
   }
   if (v == "drop") {
     const auto path = a.path("path");
-    if (!path) return OperatorResult::failure("drop needs path=<file or folder>");
     const AppStore::Landing landing = store_.accept(*path);
     return OperatorResult::success(JSONValue::object({{"accepted", landing.accepted},
                                                       {"refusal", landing.refusal},
@@ -134,7 +136,7 @@ OperatorService::Answer OperatorService::productionVerbs(const OperatorCommand& 
   }
   if (v == "recent") {
     JSONValue::Array recent;
-    for (const auto& r : store_.session().recentProductions())
+    for (const auto& r : store_.recentProductions())
       recent.push_back(
           JSONValue::object({{"dir", r.dir.string()}, {"title", r.title}, {"project", Reports::text(r.project)}}));
     return OperatorResult::success(JSONValue::object({{"recent", JSONValue(std::move(recent))}}));
@@ -144,6 +146,10 @@ OperatorService::Answer OperatorService::productionVerbs(const OperatorCommand& 
     return OperatorResult::success(JSONValue::object({{"recent", JSONValue::array({})}}));
   }
   return std::nullopt;
+}
+
+void OperatorService::registerAgent() {
+  onBranch(&OperatorService::agentVerbs, {"origin", "recording.new"});
 }
 
 OperatorService::Answer OperatorService::agentVerbs(const OperatorCommand& c, const OperatorArgs& a) {

@@ -24,11 +24,15 @@ JSONValue OperatorService::flowReport() const {
                             {"exportSheetArmed", store_.exportSheetArmed}});
 }
 
+void OperatorService::registerNav() {
+  onBranch(&OperatorService::navVerbs, {"nav", "pages", "shoot", "export.flow", "export.youtube", "export.dismiss",
+                                        "flow.end"});
+}
+
 OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   if (v == "nav") {
     const auto route = a.text("route");
-    if (!route) return OperatorResult::failure("nav needs route=<script|edit|library[:project]|shoot|render>");
     store_.navigate(*route);
     return OperatorResult::success(flowReport());
   }

@@ -188,4 +188,15 @@ OperatorService::Answer OperatorService::waveformVerbs(const OperatorCommand& c,
   return std::nullopt;
 }
 
+void OperatorService::registerPlayback() {
+  onBranch(&OperatorService::playbackVerbs,
+           {"timecode", "play", "pause", "stop", "seek", "transport", "line.play", "line.stop"});
+}
+
+void OperatorService::registerMusic() {
+  onBranch(&OperatorService::musicVerbs, {"music.list", "music.add", "music.trim", "music.gain", "music.remove",
+                                          "music.edit", "music.preview"});
+  onBranch(&OperatorService::waveformVerbs, {"peaks", "subtitles.fonts", "fonts"});
+}
+
 }  // namespace tavorin

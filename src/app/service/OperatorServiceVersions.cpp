@@ -62,6 +62,11 @@ JSONValue OperatorService::versionsReport() const {
                             {"dirty", m.dirty()}});
 }
 
+void OperatorService::registerVersions() {
+  onBranch(&OperatorService::versionsVerbs, {"diff", "diff.raw", "save", "versions", "version.open", "version.menu",
+                                             "version.head", "draft", "revert"});
+}
+
 OperatorService::Answer OperatorService::versionsVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
   AppModel& m = model();
@@ -139,7 +144,6 @@ OperatorService::Answer OperatorService::versionsVerbs(const OperatorCommand& c,
   }
   if (v == "version.open") {
     const auto name = a.text("name");
-    if (!name) return OperatorResult::failure("version.open needs name=<short or full version name>");
     m.openVersion(*name);
     store_.dismissVersionMenu();
     return OperatorResult::success(versionsReport());
@@ -152,7 +156,6 @@ OperatorService::Answer OperatorService::versionsVerbs(const OperatorCommand& c,
   }
   if (v == "version.head") {
     const auto name = a.text("name");
-    if (!name) return OperatorResult::failure("version.head needs name=<short or full version name>");
     m.makeHead(*name);
     store_.dismissVersionMenu();
     return OperatorResult::success(versionsReport());

@@ -370,6 +370,11 @@ TEST(AppModelDraft, IsWrittenByTheWorkersAndASaveSupersedesOneInFlight) {
   AppModel model(actor, workers, SessionStore(tmp / "session.json"), pasteboard);
   model.open(dir);
   actor.drain();
+  // Remembering the production is a worker's write too.
+  EXPECT_FALSE(fs::exists(tmp / "session.json")) << "the actor itself wrote the session";
+  ASSERT_EQ(workers.held.size(), 1u);
+  workers.runAll(actor);
+  EXPECT_EQ(SessionStore(tmp / "session.json").read().production, dir.string());
 
   model.editItem("l1", "text", "Drafted.");
   actor.advance(1s);

@@ -200,6 +200,7 @@ TEST_F(AppStoreTest, WithScriptingOffTheScriptPageLandsOnEditAndPersistsEdit) {
   s.store.newBlankRecording("Intro");
   s.store.navigate("script");
   EXPECT_EQ(s.store.route().page, Page::edit);
+  s.actor.drain();  // the workers write the session
   EXPECT_EQ(SessionStore(tmp / "support/session.json").read().page, "edit");
 }
 

@@ -1,0 +1,25 @@
+# Writes OUTPUT, a C++ source holding each file of the verb table as a raw string,
+# so the table is data in the tree and a lookup in the program. Run with
+#   cmake -DDIR=<folder of order.txt and <group>.json> -DOUTPUT=<file.cpp> -P EmbedVerbs.cmake
+file(GLOB groups RELATIVE ${DIR} ${DIR}/*.json)
+list(SORT groups)
+set(body "// Generated from ${DIR} by EmbedVerbs.cmake; edit those files instead.\n")
+string(APPEND body "#include \"operator/VerbTableData.hpp\"\n\nnamespace tavorin {\n\n")
+file(READ ${DIR}/order.txt order)
+string(APPEND body "const std::string_view VerbTableData::order = R\"tavorin(${order})tavorin\";\n\n")
+string(APPEND body "const std::vector<VerbTableData::File> VerbTableData::groups = {\n")
+foreach(name ${groups})
+  file(READ ${DIR}/${name} text)
+  if(text MATCHES "\\)tavorin\"")
+    message(FATAL_ERROR "${name} holds the raw string's closing mark")
+  endif()
+  string(APPEND body "  {\"${name}\", R\"tavorin(${text})tavorin\"},\n")
+endforeach()
+string(APPEND body "};\n\n}  // namespace tavorin\n")
+# Rewrite only on change, so an unchanged table does not recompile.
+if(EXISTS ${OUTPUT})
+  file(READ ${OUTPUT} old)
+endif()
+if(NOT old STREQUAL body)
+  file(WRITE ${OUTPUT} "${body}")
+endif()
