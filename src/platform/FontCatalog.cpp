@@ -11,6 +11,15 @@
 #include "kit/Subtitles.hpp"
 #include "platform/TavorinPaths.hpp"
 
+#if defined(__SANITIZE_ADDRESS__)
+// fontconfig loses a block while parsing the system's own configuration, once per
+// process, before any of our code holds a pattern. Every program that reads faces
+// links this file, so the leak checker is told here, not in each program.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
+// A suppressed leak is no news: keep the programs' standard error their own.
+extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
+#endif
+
 namespace tavorin {
 
 namespace {

@@ -171,6 +171,11 @@ std::string request(const std::string& token, const std::string& verb) {
 }  // namespace
 
 TEST_F(TavorinProcess, OutOfDescriptorsTheStudioRestsAndQuitStillGetsThrough) {
+#if defined(__SANITIZE_ADDRESS__)
+  // UBSan checks a pointer's type by writing its memory through a pipe; with every
+  // descriptor taken that check fails and reports objects that are sound.
+  GTEST_SKIP() << "the sanitizers need descriptors of their own; this runs in the normal build";
+#endif
   app_ = spawn("/usr/bin/prlimit", {"--nofile=32:32", "--", (programs() / "tavorin").string()}, env_, dir_.path());
   ASSERT_TRUE(waitForFile(control_, 5000ms)) << test::readFile(app_.err);
   const auto control = OperatorControlFile::read(control_);
@@ -194,5 +199,5 @@ TEST_F(TavorinProcess, OutOfDescriptorsTheStudioRestsAndQuitStillGetsThrough) {
 
   first.write(request(control.token, "quit"));
   EXPECT_EQ(first.line(), "{\"data\":{\"quitting\":true},\"ok\":true}\n");
-  EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
+  EXPECT_EQ(waitFor(app_.pid, 3000ms), 0) << test::readFile(app_.err);
 }

@@ -6,10 +6,6 @@
 
 #include "TestSupport.hpp"
 
-// fontconfig loses a block while parsing the system's own configuration, once per
-// process, before any of our code holds a pattern; the leak checker is told so here.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
-
 namespace tavorin {
 namespace {
 
