@@ -51,8 +51,8 @@ def main():
     out = os.path.join(root, "resources", "fonts")
     os.makedirs(out, exist_ok=True)
     with tempfile.TemporaryDirectory() as work:
-        for family, (spec, stem, weights) in PACKAGES.items():
-            subprocess.run(["npm", "pack", "--silent", spec], cwd=work, check=True, stdout=subprocess.DEVNULL)
+        for family, (package, stem, weights) in PACKAGES.items():
+            subprocess.run(["npm", "pack", "--silent", package], cwd=work, check=True, stdout=subprocess.DEVNULL)
             tgz = glob.glob(os.path.join(work, f"fontsource-{stem}-*.tgz"))[0]
             unpacked = os.path.join(work, stem)
             os.makedirs(unpacked)

@@ -111,7 +111,7 @@ TEST(Take, FootageNeedsAnEndStateAndLength) {
 }
 
 TEST(TakesStore, IdsStampTheTimeAndCleanTheSlug) {
-  EXPECT_EQ(TakesStore::id("Intro: Part 1!", morning), "20260216-094501-intro-part-1");
+  EXPECT_EQ(TakesStore::id("Intro: Act 1!", morning), "20260216-094501-intro-act-1");
   EXPECT_EQ(TakesStore::id("Café crème", morning), "20260216-094501-café-crème");
   EXPECT_EQ(TakesStore::id("?!--", morning), "20260216-094501");
   EXPECT_LT(TakesStore::id("z", morning), TakesStore::id("a", morning + 1s));
