@@ -51,6 +51,8 @@ class AppModel {
 
   // Disk writes of the session go through `offloader`; the model never waits on a disk.
   AppModel(MainActor& actor, Offloader& offloader, SessionStore session, Pasteboard& pasteboard);
+  // Where a verb sends its blocking part (a copy, a decode) before it acts on the model.
+  Offloader& offloader() const { return offloader_; }
   // For tests and tools: the manual actor runs offloaded work itself, when drained.
   AppModel(ManualMainActor& actor, SessionStore session, Pasteboard& pasteboard);
   ~AppModel();
