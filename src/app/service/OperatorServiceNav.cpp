@@ -21,7 +21,9 @@ JSONValue OperatorService::flowReport() const {
   return JSONValue::object({{"route", word(store_.route().page)},
                             {"slate", store_.showingSlate},
                             {"exportSheet", store_.showingExportSheet},
-                            {"exportSheetArmed", store_.exportSheetArmed}});
+                            {"exportSheetArmed", store_.exportSheetArmed},
+                            // Lowering the sheet leaves a running export running; the sheet shows it again.
+                            {"exportPhase", model().exporter() ? name(model().exporter()->phase()) : "idle"}});
 }
 
 void OperatorService::registerNav() {
