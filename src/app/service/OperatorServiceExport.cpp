@@ -356,7 +356,16 @@ OperatorService::Answer OperatorService::exportVerbs(const OperatorCommand& c, c
     const auto preset = a.text("preset");
     const auto color = a.text("color");
     const auto image = a.path("image");
-    if (color && !Looks::isColor(*color)) m.setLookColor(*color);  // refuses in the model's words
+    // The model's own refusals, asked for before anything is written.
+    if (color && !Looks::isColor(*color)) m.setLookColor(*color);
+    if (preset) {
+      const auto& all = Looks::presets();
+      if (std::none_of(all.begin(), all.end(), [&](const Looks::Preset& p) { return p.id == *preset; }))
+        m.setLookPreset(*preset);
+    }
+    std::error_code ec;
+    if (image && !fs::is_regular_file(*image, ec)) m.setLookImage(*image);
+    m.requireEditable();
     if (on) m.toggleLook(on);
     if (padding) m.setLookPadding(*padding);
     if (radius) m.setLookRadius(*radius);
@@ -381,10 +390,11 @@ OperatorService::Answer OperatorService::exportVerbs(const OperatorCommand& c, c
     }
     const auto font = c.arg("font");
     const auto preview = c.arg("preview");
-    if (burn) m.toggleSubtitles(burn);
+    // The face is the one value the model may still refuse, so it goes first.
     // An empty value is a real answer here: blank goes back to the house face.
-    if (c.args.count("font")) m.setSubtitleFont(font.value_or(""));
     if (c.args.count("preview")) m.previewSubtitleFont(preview.value_or(""));
+    if (c.args.count("font")) m.setSubtitleFont(font.value_or(""));
+    if (burn) m.toggleSubtitles(burn);
     if (size) m.setSubtitleSize(*size);
     if (position) m.setSubtitlePosition(*position);
     if (x || y) {

@@ -221,11 +221,17 @@ TEST_F(OperatorServiceExportTest, LookAndSubtitlesVerbsCheckEveryValueBeforeWrit
   EXPECT_EQ(look["preset"], "tide");
   EXPECT_EQ(look["summary"], "Tide · 6% padding · 5.0% corner");
   EXPECT_EQ(data("look", {{"color", "#102030"}})["ground"]["kind"], "color");
-  EXPECT_EQ(error("look", {{"image", (tmp / "missing.png").string()}}),
+  const std::string before = model.recording().encoded();
+  EXPECT_EQ(error("look", {{"padding", "0.2"}, {"image", (tmp / "missing.png").string()}}),
             "There is no image at " + (tmp / "missing.png").string() + ".");
+  EXPECT_EQ(error("look", {{"radius", "0.01"}, {"preset", "neon"}}).rfind("'neon' is not a look preset.", 0), 0u);
+  EXPECT_EQ(model.recording().encoded(), before);
 
   EXPECT_EQ(error("subtitles", {{"size", "20"}}), "subtitles size=20 is out of range: it takes 2 to 14.");
   EXPECT_EQ(error("subtitles", {{"position", "left"}}), "'left' is not a position. Try: bottom, center, top");
+  EXPECT_EQ(error("subtitles", {{"burn", "1"}, {"font", "No Such Face"}}),
+            "There is no font family named 'No Such Face' on this computer. Try: tavorinctl subtitles.fonts");
+  EXPECT_FALSE(model.recording().subtitles);
   auto subtitles = data("subtitles", {{"burn", "1"}, {"size", "8"}, {"position", "top"}});
   EXPECT_EQ(subtitles["burn"], true);
   EXPECT_EQ(subtitles["summary"], "Archivo · 8.0% · top");
