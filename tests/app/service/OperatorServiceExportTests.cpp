@@ -254,6 +254,9 @@ TEST_F(OperatorServiceExportTest, AnExportThroughTheVerbsMakesTheFilmThePlanDesc
 
   auto started = data("export");
   EXPECT_EQ(started["phase"], "running");
+  // The sheet may be lowered and raised again: the run goes on and the sheet shows it.
+  data("export.flow");
+  EXPECT_EQ(data("export.dismiss")["exportPhase"], "running");
   EXPECT_EQ(started["output"], (base / "export/launch.mp4").string());
   EXPECT_EQ(error("export"), "an export is already running");
   actor.advance(std::chrono::seconds(2));  // the model's clock: the run's pace is learned from it
@@ -312,6 +315,8 @@ TEST_F(OperatorServiceExportTest, AFilmThatIsGoneEndsInASentenceAndNoOutput) {
   const fs::path base = open(2);
   fs::remove(base / "takes/20260216-094501/take.mp4");
   EXPECT_EQ(error("export"), "take 20260216-094501 has metadata but no film on disk");
+  EXPECT_EQ(data("export.youtube")["reason"],
+            "take 20260216-094501 has metadata but no film on disk, so the sheet is not armed");
   EXPECT_EQ(data("export.status")["refusal"], "take 20260216-094501 has metadata but no film on disk");
   EXPECT_FALSE(fs::exists(base / "export/launch.mp4"));
 }
