@@ -10,6 +10,7 @@
 #include "operator/JSONValue.hpp"
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
+#include "kit/TakesStore.hpp"
 
 #include <sstream>
 #include <thread>
@@ -273,4 +274,45 @@ TEST_F(StudioEndToEnd, TheVoiceThroughTavorinctl) {
   ok({"undo"});
   EXPECT_EQ(lineCount(), count);
   EXPECT_EQ(ctl({"lines.merge", "ids=" + first}).rc, 1);
+}
+
+TEST_F(StudioEndToEnd, AFilmIsExportedThroughTavorinctl) {
+  ok({"project.create", "name=Films"});
+  const std::string slug = str(ok({"recording.new", "title=Tour"}), "slug");
+  const fs::path production = dir / "root/Films/recordings" / slug;
+  // The take a shoot would have written: three seconds of test pattern with a tone.
+  Take take;
+  take.id = "20260216-094501";
+  take.startedAt = "2026-02-16T09:45:01Z";
+  take.seconds = 3;
+  take.video = "take.mp4";
+  take.fromVersion = "v0001";
+  take.scheduleDigest = "d";
+  take.status = Take::Status::complete;
+  const fs::path film = TakesStore(production).begin(take) / take.video;
+  ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc=size=320x240:rate=25 -f lavfi -i sine=frequency=300 "
+                         "-t 3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest '" +
+                         film.string() + "'").c_str()),
+            0);
+
+  EXPECT_EQ(str(ok({"look", "on=1", "preset=dusk"}), "preset"), "dusk");
+  EXPECT_EQ(str(ok({"export"}), "phase"), "running");
+  std::string phase = "running";
+  for (int i = 0; i < 600 && phase == "running"; ++i) {
+    std::this_thread::sleep_for(50ms);
+    phase = str(ok({"export.status"}), "phase");
+  }
+  ASSERT_EQ(phase, "done") << ok({"export.status"}).encode();
+
+  const JSONValue films = ok({"exports"});
+  ASSERT_EQ(films["films"]->arrayValue()->size(), 1u);
+  const std::string path = str(films["films"]->arrayValue()->at(0), "path");
+  EXPECT_EQ(path, (production / "export" / (slug + ".mp4")).string());
+  std::string probed;
+  if (FILE* p = popen(("ffprobe -v error -show_entries format=duration -of csv=p=0 '" + path + "'").c_str(), "r")) {
+    char buffer[256];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) probed.append(buffer, n);
+    EXPECT_EQ(pclose(p), 0);
+  }
+  EXPECT_NEAR(std::atof(probed.c_str()), 3, 0.1);
 }

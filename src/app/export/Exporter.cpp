@@ -550,6 +550,7 @@ void Exporter::fail(const std::string& why) {
   clearScratch();
   partial_.reset();
   output_.reset();
+  if (onFailed) onFailed(why);
 }
 
 void Exporter::clearScratch() {

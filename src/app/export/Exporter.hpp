@@ -103,6 +103,8 @@ class Exporter {
   // ffmpeg's last words of the last export.
   std::string errorTail() const;
   std::function<void(const std::filesystem::path&)> onFinished;
+  // A started run that ended in failure, with its sentence; a cancel is no failure.
+  std::function<void(const std::string&)> onFailed;
 
   // The first executable of the search's places; `searchPath` is a PATH value.
   // `searched` gets the places tried.

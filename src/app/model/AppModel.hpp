@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <mutex>
 #include <deque>
+#include <map>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 
 #include "app/model/AppModelFailure.hpp"
 #include "app/model/FieldValue.hpp"
+#include "app/model/FilmExporter.hpp"
 #include "app/model/MainActor.hpp"
 #include "app/model/ManualMainActor.hpp"
 #include "app/model/Offloader.hpp"
@@ -17,6 +19,9 @@
 #include "base/LifetimeToken.hpp"
 #include "kit/Blocking.hpp"
 #include "kit/Cut.hpp"
+#include "kit/Export.hpp"
+#include "kit/ExportTarget.hpp"
+#include "kit/Subtitles.hpp"
 #include "kit/Take.hpp"
 #include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
@@ -27,6 +32,7 @@
 #include "kit/SessionStore.hpp"
 #include "app/model/SessionWriter.hpp"
 #include "kit/VariantsStore.hpp"
+#include "platform/Footage.hpp"
 #include "platform/Transport.hpp"
 #include "kit/VoiceGroups.hpp"
 #include "kit/VoiceSpan.hpp"
@@ -313,6 +319,89 @@ class AppModel {
   double pxPerSecond() const { return pxPerSecond_; }
   void setPxPerSecond(double px) { pxPerSecond_ = px; }
 
+  // ---- Export ------------------------------------------------------------------------
+  // The film-making machine; the process gives one that runs ffmpeg. Without one,
+  // exporting is refused.
+  void useExporter(std::unique_ptr<FilmExporter> exporter);
+  FilmExporter* exporter() const { return exporter_.get(); }
+  bool exportRunning() const;
+  // The take an export uses: the one chosen for export, else the monitor's when it is
+  // complete, else the newest complete take with film.
+  std::optional<Take> exportTake() const;
+  // The export sheet's take row; nothing goes back to the automatic choice.
+  void chooseExportTake(const std::optional<std::string>& id);
+  const std::optional<std::string>& chosenExportTake() const { return exportTakeId_; }
+  // Why there is no film to export, or nothing.
+  std::optional<std::string> missingFootage() const;
+  // Why an export cannot start now, or nothing.
+  std::optional<std::string> canExport() const;
+  // One run's choices over the stored target; nothing is written to the production.
+  struct ExportRequest {
+    std::optional<std::string> take;
+    std::optional<bool> subtitles;
+    std::optional<int> height;
+    std::optional<int> fps;
+    std::optional<ExportQuality> quality;
+    std::optional<ExportFormat> format;
+  };
+  // Starts the film and answers where it will land, in export/.
+  std::filesystem::path exportFilm(const ExportRequest& request = {});
+  void cancelExport();
+  // The stored target, or an empty one.
+  ExportTarget exportTarget() const;
+  // What the export take's film is: its size, rate and sound, asked once per file.
+  Footage::Answer exportFootage() const;
+  // What the stored target means for the film in hand; nothing without a film.
+  std::optional<ExportSize> exportSize() const;
+  std::optional<long long> exportSizeBytes() const;
+  // Seconds and bytes the next run should cost; `learned` says whether the clock is a
+  // measured one of this machine at this height.
+  struct ExportEstimate {
+    double seconds = 0;
+    std::optional<long long> bytes;
+    bool learned = false;
+  };
+  std::optional<ExportEstimate> exportEstimate() const;
+  void setExportTarget(ExportTarget target);
+  void setExportFormat(ExportFormat format);
+  // Nothing goes back to the film's own height; a height above it is refused.
+  void setExportHeight(std::optional<int> height);
+  void setExportQuality(ExportQuality quality);
+  // Nothing goes back to the film's own rate.
+  void setExportFps(std::optional<int> fps);
+  void setExportDestination(ExportDestination destination);
+  // A film in export/.
+  struct ExportedFilm {
+    std::filesystem::path path;
+    std::uintmax_t bytes = 0;
+    std::filesystem::file_time_type written;
+  };
+  // Newest first.
+  std::vector<ExportedFilm> exportedFilms() const;
+
+  // ---- The look: what the picture sits on ---------------------------------------------
+  // Nothing flips it; turning on a production with no look brings the fresh one.
+  void toggleLook(std::optional<bool> on = std::nullopt);
+  void setLookPadding(double padding);
+  void setLookRadius(double radius);
+  void setLookShadow(bool shadow);
+  void setLookPreset(const std::string& id);
+  void setLookColor(const std::string& color);
+  // Copies the image into look/ and keeps the copy's relative path.
+  void setLookImage(const std::filesystem::path& from);
+
+  // ---- Subtitles -------------------------------------------------------------------------
+  // Nothing flips it.
+  void toggleSubtitles(std::optional<bool> burn = std::nullopt);
+  // Blank goes back to the house face.
+  void setSubtitleFont(const std::string& family);
+  // A face drawn on the monitor without being written; blank puts the chosen one back.
+  void previewSubtitleFont(const std::string& family);
+  const std::optional<std::string>& previewFont() const { return previewFont_; }
+  void setSubtitleSize(double percent);
+  void setSubtitleAnchor(double x, double y);
+  void setSubtitlePosition(Subtitles::Position position);
+
   // ---- Events --------------------------------------------------------------
   // The feed, oldest first; every state change of weight adds a line.
   const std::deque<std::string>& events() const { return events_; }
@@ -409,6 +498,19 @@ class AppModel {
   int localServerRevision_ = 0;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
+  std::unique_ptr<FilmExporter> exporter_;
+  std::optional<std::string> exportTakeId_;
+  std::optional<std::string> previewFont_;
+  // The take's id and the clock when the running export started, for its speed.
+  std::optional<std::pair<std::string, MainActor::Clock::time_point>> exportStarted_;
+  double exportFilmSeconds_ = 0;
+  std::string exportSpeedKey_;
+  mutable std::optional<std::map<std::string, double>> exportSpeeds_;
+  mutable std::map<std::string, Footage::Answer> footageAnswers_;
+  void exportEnded(FilmExporter::Phase phase);
+  void commitExportTarget(ExportTarget target, const std::string& event);
+  void commitLook(Look look, const std::string& step, const std::string& event, bool merging = false);
+  void commitSubtitles(SubtitleStyle style, const std::string& event, bool merging = false);
   // After `alive_`: its failures reach the feed through a guard.
   SessionWriter sessionWriter_;
 };

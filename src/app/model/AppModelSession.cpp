@@ -45,6 +45,9 @@ Recording AppModel::open(const fs::path& dir) {
   selection_.clear();
   hovered_.reset();
   pickedTake_.reset();
+  exportTakeId_.reset();
+  previewFont_.reset();
+  footageAnswers_.clear();
   history_.forget();
   pushedThisTurn_ = false;
   pendingName_.reset();

@@ -76,6 +76,7 @@ class OperatorService {
   void registerMusic();
   void registerCast();
   void registerLineEdits();
+  void registerExport();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -98,6 +99,7 @@ class OperatorService {
   Answer waveformVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer castVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer exportVerbs(const OperatorCommand& c, const OperatorArgs& a);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
   // Copy and decode off the main actor, then act on the model.
@@ -115,6 +117,7 @@ class OperatorService {
   JSONValue voiceReport() const;
   JSONValue localServerReport() const;
   JSONValue voiceGroupsReport() const;
+  JSONValue exportStatusReport() const;
 
   AppModel& model() const;
 

@@ -21,7 +21,9 @@ JSONValue OperatorService::flowReport() const {
   return JSONValue::object({{"route", word(store_.route().page)},
                             {"slate", store_.showingSlate},
                             {"exportSheet", store_.showingExportSheet},
-                            {"exportSheetArmed", store_.exportSheetArmed}});
+                            {"exportSheetArmed", store_.exportSheetArmed},
+                            // Lowering the sheet leaves a running export running; the sheet shows it again.
+                            {"exportPhase", model().exporter() ? name(model().exporter()->phase()) : "idle"}});
 }
 
 void OperatorService::registerNav() {
@@ -47,8 +49,12 @@ OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, cons
     if (v == "export.youtube") store_.exportToYouTube();
     else store_.openExportSheet();
     JSONValue report = flowReport();
-    // Arming for YouTube needs footage to send; this build films none yet.
-    if (v == "export.youtube") report.set("reason", "there is no footage to send yet, so the sheet is not armed");
+    // Arming for YouTube needs footage to send, and the upload that follows the export.
+    if (v == "export.youtube") {
+      const auto missing = model().missingFootage();
+      report.set("reason", missing ? *missing + ", so the sheet is not armed"
+                                   : std::string("uploading is not in this build yet, so the sheet is not armed"));
+    }
     return OperatorResult::success(report);
   }
   if (v == "export.dismiss") {

@@ -15,10 +15,8 @@ void OperatorService::registerWaiting() {
                                   "permissions.dismiss"});
   waiting("revision", {"revise", "revise.status"});
   waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
-  waiting("export", {"export", "subtitles", "look", "look.presets", "export.take", "export.format",
-                     "export.size", "export.quality", "export.rate", "export.destination", "export.status",
-                     "export.cancel", "exports", "publish.youtube", "youtube", "youtube.connect",
-                     "youtube.disconnect", "youtube.privacy", "publish.status"});
+  waiting("export", {"publish.youtube", "youtube", "youtube.connect", "youtube.disconnect", "youtube.privacy",
+                     "publish.status"});
   waiting("voices and casting", {"cast", "cast.audition", "casting", "casting.dismiss", "casting.cast",
                                  "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
                                  "sound"});
