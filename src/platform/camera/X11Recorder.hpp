@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/camera/ScreenRecorder.hpp"
+#include "kit/ScreenRecorder.hpp"
 
 namespace tavorin {
 
