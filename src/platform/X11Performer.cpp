@@ -117,7 +117,6 @@ struct X11Performer::Connection {
   Display* display = nullptr;
   std::vector<KeyCode> spare;  // keycodes with no symbols, lent to characters the layout lacks
   std::map<KeySym, KeyCode> lent;
-  std::size_t nextSpare = 0;
 
   ~Connection() {
     if (display && !ioFailed) {
@@ -147,6 +146,13 @@ struct X11Performer::Connection {
     XSync(display, False);
   }
 
+  // Whether `sym` needs a spare key: the layout lacks it and none is lent for it yet.
+  bool needsLending(KeySym sym) {
+    if (lent.count(sym)) return false;
+    const KeyCode kc = XKeysymToKeycode(display, sym);
+    return kc == 0 || (XkbKeycodeToKeysym(display, kc, 0, 0) != sym && XkbKeycodeToKeysym(display, kc, 0, 1) != sym);
+  }
+
   // The keycode that gives `sym`, and whether shift is needed for it. A symbol the
   // layout lacks is put on a spare keycode for the length of the text.
   std::pair<KeyCode, bool> code(KeySym sym, const std::string& step) {
@@ -155,11 +161,9 @@ struct X11Performer::Connection {
       if (XkbKeycodeToKeysym(display, kc, 0, 0) == sym) return {kc, false};
       if (XkbKeycodeToKeysym(display, kc, 0, 1) == sym) return {kc, true};
     }
-    if (spare.empty()) throw PerformError::failed(step, "the keyboard has no free key to type this character on");
-    // Reusing a spare that a character of this text still uses would retype it
-    // wrongly, so all are given back first; the caller has paused since.
-    if (lent.size() >= spare.size()) restore();
-    const KeyCode kc = spare[nextSpare++ % spare.size()];
+    if (spare.empty() || lent.size() >= spare.size())
+      throw PerformError::failed(step, "the keyboard has no free key to type this character on");
+    const KeyCode kc = spare[lent.size()];
     KeySym both[2] = {sym, sym};
     XChangeKeyboardMapping(display, kc, 2, both, 1);
     lent[sym] = kc;
@@ -198,7 +202,7 @@ X11Performer::Connection& X11Performer::connection(const std::string& step) {
   int low = 0, high = 0, per = 0;
   XDisplayKeycodes(display, &low, &high);
   std::unique_ptr<KeySym, XDeleter> map(XGetKeyboardMapping(display, static_cast<KeyCode>(low), high - low + 1, &per));
-  for (int kc = high; kc >= low && c->spare.size() < 16; --kc) {
+  for (int kc = high; kc >= low && c->spare.size() < 64; --kc) {
     bool empty = true;
     for (int i = 0; i < per; ++i)
       if (map.get()[(kc - low) * per + i] != NoSymbol) empty = false;
@@ -250,31 +254,41 @@ void X11Performer::type(const std::string& text) {
   auto& x = connection(step);
   const auto points = codePoints(text);
   const KeyCode shift = XKeysymToKeycode(x.display, XK_Shift_L);
+  std::vector<std::pair<KeyCode, bool>> batch;
+  bool newlyLent = false;
+  // Sends what is collected. Keys lent for it are announced first, and the window is
+  // given a moment to read the new mapping before the keys come.
+  auto flush = [&] {
+    if (newlyLent) {
+      x.sync(step);
+      pause(options_.typePause);
+      newlyLent = false;
+    }
+    for (const auto& [kc, shifted] : batch) {
+      if (shifted && shift) XTestFakeKeyEvent(x.display, shift, True, CurrentTime);
+      XTestFakeKeyEvent(x.display, kc, True, CurrentTime);
+      XTestFakeKeyEvent(x.display, kc, False, CurrentTime);
+      if (shifted && shift) XTestFakeKeyEvent(x.display, shift, False, CurrentTime);
+    }
+    batch.clear();
+    x.sync(step);
+  };
   try {
     for (std::size_t from = 0; from < points.size(); from += chunk) {
       const std::size_t to = std::min(points.size(), from + chunk);
-      // Lend keys to the chunk's missing characters first, and give the window a
-      // moment to read the new mapping before the keys come.
-      std::vector<std::pair<KeyCode, bool>> codes;
-      const std::size_t lentBefore = x.lent.size();
       for (std::size_t i = from; i < to; ++i) {
-        if (x.lent.size() >= x.spare.size() && !x.lent.count(keysymFor(points[i]))) {
-          x.sync(step);
+        const KeySym sym = keysymFor(points[i]);
+        if (x.needsLending(sym) && x.lent.size() >= x.spare.size()) {
+          // Out of spare keys: what uses them goes first, and is read, before they are lent again.
+          flush();
           pause(options_.typePause);
+          x.restore();
         }
-        codes.push_back(x.code(keysymFor(points[i]), step));
+        const std::size_t lentBefore = x.lent.size();
+        batch.push_back(x.code(sym, step));
+        newlyLent = newlyLent || x.lent.size() != lentBefore;
       }
-      if (x.lent.size() != lentBefore) {
-        x.sync(step);
-        pause(options_.typePause);
-      }
-      for (const auto& [kc, shifted] : codes) {
-        if (shifted && shift) XTestFakeKeyEvent(x.display, shift, True, CurrentTime);
-        XTestFakeKeyEvent(x.display, kc, True, CurrentTime);
-        XTestFakeKeyEvent(x.display, kc, False, CurrentTime);
-        if (shifted && shift) XTestFakeKeyEvent(x.display, shift, False, CurrentTime);
-      }
-      x.sync(step);
+      flush();
       if (to < points.size()) pause(options_.typePause);
     }
     // The lent keys go back only once the window has read what they typed.

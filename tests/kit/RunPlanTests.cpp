@@ -25,7 +25,7 @@ TEST(RunPlan, EventsComeInTimeOrderWithUnknownStepsLeftOut) {
       "frobnicate\n"
       "click 10 20\n"
       "# comment\n"
-      "[intro]\n"
+      "cue intro\n"
       "with l2:\n"
       "  hold 3\n";
   const RunPlan plan = RunPlan::make(script, rec);

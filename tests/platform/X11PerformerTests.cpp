@@ -3,6 +3,10 @@
 #include <X11/keysym.h>
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -11,6 +15,7 @@
 
 #include "TestSupport.hpp"
 #include "VirtualDisplay.hpp"
+#include "platform/ChromiumBrowser.hpp"
 #include "platform/X11Performer.hpp"
 
 using namespace tavorin;
@@ -179,6 +184,18 @@ TEST(X11Performer, TypeOfCharactersTheLayoutLacksGoesThroughLentKeys) {
   const auto want = utf32(text);
   EXPECT_TRUE(desk.target->waitFor([&] { return desk.target->text().size() >= want.size(); }));
   EXPECT_EQ(desk.target->text(), want);
+
+  // More characters than the keyboard has free keys: they are lent again in turns.
+  std::string many;
+  for (char32_t cp = 0x4E00; cp < 0x4E00 + 300; ++cp) {
+    many.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    many.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    many.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
+  desk.performer->type(many);
+  const auto all = want + utf32(many);
+  EXPECT_TRUE(desk.target->waitFor([&] { return desk.target->text().size() >= all.size(); }));
+  EXPECT_EQ(desk.target->text(), all);
 }
 
 TEST(X11Performer, ALongTextArrivesWhole) {
