@@ -1,4 +1,5 @@
 #include "platform/ChromiumBrowser.hpp"
+#include "platform/DevToolsMessage.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <vector>
@@ -25,6 +27,7 @@ struct ChromiumBrowser::Pipe {
   int toBrowser = -1;    // its descriptor 3
   int fromBrowser = -1;  // its descriptor 4
   std::string buffer;
+  std::deque<std::string> waiting;
   int nextId = 1;
   std::string session;   // the front page's, once attached
 
@@ -68,14 +71,12 @@ struct ChromiumBrowser::Pipe {
   }
 
   // The next whole message, or nothing when `until` passes first.
-  std::optional<json> receive(Clock::time_point until) {
+  std::optional<DevToolsMessage> receive(Clock::time_point until) {
     for (;;) {
-      if (const auto nul = buffer.find('\0'); nul != std::string::npos) {
-        std::string text = buffer.substr(0, nul);
-        buffer.erase(0, nul + 1);
-        auto message = json::parse(text, nullptr, false);
-        if (message.is_discarded()) continue;
-        return message;
+      while (!waiting.empty()) {
+        auto message = DevToolsMessage::decode(waiting.front());
+        waiting.pop_front();
+        if (message) return message;
       }
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
       if (left <= 0) return std::nullopt;
@@ -88,6 +89,7 @@ struct ChromiumBrowser::Pipe {
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) throw std::runtime_error("the browser went away");
       buffer.append(chunk, static_cast<std::size_t>(n));
+      for (auto& frame : DevToolsMessage::frames(buffer)) waiting.push_back(std::move(frame));
     }
   }
 
@@ -101,10 +103,9 @@ struct ChromiumBrowser::Pipe {
     for (;;) {
       auto answer = receive(until);
       if (!answer) throw std::runtime_error(method + " got no answer in time");
-      if (!answer->contains("id") || (*answer)["id"] != id) continue;
-      if (answer->contains("error"))
-        throw std::runtime_error((*answer)["error"].value("message", std::string("an error")));
-      return answer->value("result", json::object());
+      if (answer->id != id) continue;
+      if (answer->error) throw std::runtime_error(*answer->error);
+      return json::parse(answer->result, nullptr, false);
     }
   }
 
@@ -113,7 +114,7 @@ struct ChromiumBrowser::Pipe {
     for (;;) {
       auto message = receive(until);
       if (!message) return false;
-      if (message->value("method", std::string()) == method) return true;
+      if (message->method == method) return true;
     }
   }
 };
