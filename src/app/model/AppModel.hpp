@@ -52,6 +52,8 @@ class AppModel {
 
   // Disk writes of the session go through `offloader`; the model never waits on a disk.
   AppModel(MainActor& actor, Offloader& offloader, SessionStore session, Pasteboard& pasteboard);
+  // Where a verb sends its blocking part (a copy, a decode) before it acts on the model.
+  Offloader& offloader() const { return offloader_; }
   // For tests and tools: the manual actor runs offloaded work itself, when drained.
   AppModel(ManualMainActor& actor, SessionStore session, Pasteboard& pasteboard);
   ~AppModel();
@@ -320,6 +322,12 @@ class AppModel {
   // `at`, or the playhead. The copy is blocking work the caller did off the actor.
   std::string addMusic(const std::string& name, double seconds, std::optional<double> at = std::nullopt);
   void trimMusic(const std::string& id, double in, double out);
+  // A drag of a bed's edge to a time on the timeline: the left edge trims the head
+  // and moves the start with it, the right edge trims the tail.
+  enum class MusicEdge { left, right };
+  void trimMusicByEdge(const std::string& id, MusicEdge edge, double toTimelineTime);
+  // Where a fetched bed came from.
+  void setMusicSource(const std::string& id, const std::string& url);
   void setMusicGain(const std::string& id, double db);
   void removeMusic(const std::string& id);
   // Plays the trimmed part alone; stops on its own at the trim out.

@@ -46,6 +46,43 @@ void AppModel::trimMusic(const std::string& id, double in, double out) {
   note(Music::trimmedEvent(id, trimIn, trimOut));
 }
 
+void AppModel::trimMusicByEdge(const std::string& id, MusicEdge edge, double toTimelineTime) {
+  requireEditable();
+  const TimelineItem& bed = bedOf(*stored_, id);
+  const double duration = bed.duration.value_or(0);
+  const double start = bed.start.value_or(0);
+  const auto [in, out] = Music::trim(bed.trimIn.value_or(0), bed.trimOut.value_or(duration), duration);
+  if (edge == MusicEdge::right) {
+    trimMusic(id, in, in + (toTimelineTime - start));
+    return;
+  }
+  // The left edge is dragged over the file: what is trimmed off the head moves the
+  // start by as much, so the sound under the rest of the bed stays where it was.
+  const auto [trimIn, trimOut] = Music::trim(in + (toTimelineTime - start), out, duration);
+  const double moved = std::max(start + (trimIn - in), 0.0);
+  Recording next = *stored_;
+  next.item(id)->trimIn = trimIn;
+  next.item(id)->trimOut = trimOut;
+  next.item(id)->start = moved;
+  if (next == *stored_) return;
+  remember("the trim");
+  setRecording(std::move(next));
+  scheduleDraft();
+  note(Music::trimmedEvent(id, trimIn, trimOut));
+}
+
+void AppModel::setMusicSource(const std::string& id, const std::string& url) {
+  requireEditable();
+  bedOf(*stored_, id);
+  Recording next = *stored_;
+  next.item(id)->source = url;
+  if (next == *stored_) return;
+  // Part of laying a fetched bed; undoing the bed takes its source with it.
+  remember("the audio", true);
+  setRecording(std::move(next));
+  scheduleDraft();
+}
+
 void AppModel::setMusicGain(const std::string& id, double db) {
   requireEditable();
   bedOf(*stored_, id);

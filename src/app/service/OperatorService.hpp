@@ -112,6 +112,9 @@ class OperatorService {
   JSONValue runStatusReport();
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
+  // Copy and decode off the main actor, then act on the model.
+  asio::awaitable<OperatorResult> musicAdd(const OperatorArgs& a);
+  asio::awaitable<OperatorResult> peaks(const OperatorArgs& a);
 
   // Shared report pieces.
   JSONValue productionReport() const;

@@ -1,8 +1,10 @@
 // The transport group's playing verbs, the music group, peaks, and the faces the
 // subtitles can be burned in.
 #include <filesystem>
+#include <memory>
 
 #include "app/model/AppStore.hpp"
+#include "app/service/Offloaded.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
 #include "kit/Music.hpp"
@@ -85,15 +87,6 @@ OperatorService::Answer OperatorService::musicVerbs(const OperatorCommand& c, co
       if (item.type == ItemType::audio) beds.push_back(bedReport(item));
     return OperatorResult::success(JSONValue::object({{"beds", JSONValue(std::move(beds))}}));
   }
-  if (v == "music.add") {
-    const auto file = a.path("file");
-    if (!file) return OperatorResult::failure("music.add needs file=<path to an audio file> [at=<seconds>]");
-    const auto at = a.number("at");
-    m.requireEditable();
-    const auto copied = MusicImport::copyIn(*m.baseDir(), *file);
-    const std::string id = m.addMusic(copied.name, copied.seconds, at);
-    return OperatorResult::success(bedReport(*m.recording().item(id)));
-  }
   if (v == "music.trim") {
     const auto id = a.text("id");
     const auto in = a.number("in");
@@ -135,41 +128,68 @@ OperatorService::Answer OperatorService::musicVerbs(const OperatorCommand& c, co
   return std::nullopt;
 }
 
+asio::awaitable<OperatorResult> OperatorService::musicAdd(const OperatorArgs& a) {
+  const auto file = a.path("file");
+  if (!file) co_return OperatorResult::failure("music.add needs file=<path to an audio file> [at=<seconds>]");
+  const auto at = a.number("at");
+  AppModel& m = model();
+  m.requireEditable();
+  const std::filesystem::path folder = *m.baseDir();
+  // Copying and measuring a long file would stall every other verb; the bed is laid
+  // once the copy is whole, on the production that asked for it.
+  auto copied = std::make_shared<MusicImport::Copied>();
+  std::function<void()> copy = [copied, folder, source = *file] { *copied = MusicImport::copyIn(folder, source); };
+  co_await offloaded(m.offloader(), std::move(copy));
+  AppModel& now = model();
+  if (!now.baseDir() || *now.baseDir() != folder)
+    co_return OperatorResult::failure("The production closed while " + copied->name +
+                                      " was being copied; it is kept in its music folder.");
+  now.requireEditable();
+  const std::string id = now.addMusic(copied->name, copied->seconds, at);
+  co_return OperatorResult::success(bedReport(*now.recording().item(id)));
+}
+
+asio::awaitable<OperatorResult> OperatorService::peaks(const OperatorArgs& a) {
+  const auto id = a.text("id");
+  if (!id) co_return OperatorResult::failure("peaks requires id=<item id>");
+  const AppModel& m = model();
+  const TimelineItem* item = m.recording().item(*id);
+  if (!item) throw AppModelFailure::noSuchItem(*id);
+  std::optional<std::string> file;
+  double from = 0;
+  std::optional<double> seconds;
+  if (item->type == ItemType::audio) {
+    file = item->file;
+    const double duration = item->duration.value_or(0);
+    if (duration > 0) {
+      const auto [in, out] = Music::trim(item->trimIn.value_or(0), item->trimOut.value_or(duration), duration);
+      from = in;
+      seconds = out - in;
+    }
+  } else if (item->type == ItemType::line) {
+    if (!item->audio) throw AppModelFailure::notRendered(*id);
+    file = item->audio;
+    from = item->renderedFrom ? item->renderedFrom->startsAt() : 0;
+    seconds = item->duration;
+  } else {
+    throw AppModelFailure::cannotUse(*id + " is a " + name(item->type) + " and has no audio");
+  }
+  const std::filesystem::path path =
+      std::filesystem::path(*file).is_absolute() ? std::filesystem::path(*file) : *m.baseDir() / *file;
+  // Decoding a long bed takes a while; the cache makes a second ask cheap.
+  auto values = std::make_shared<std::vector<float>>();
+  std::function<void()> decode = [values, path, from, seconds] { *values = Peaks::peaks(path, peakBuckets, from, seconds); };
+  co_await offloaded(m.offloader(), std::move(decode));
+  JSONValue::Array out;
+  for (float p : *values) out.emplace_back(double(p));
+  co_return OperatorResult::success(JSONValue::object({{"id", *id},
+                                                       {"from", JSONValue::seconds(from)},
+                                                       {"seconds", Reports::seconds(seconds)},
+                                                       {"peaks", JSONValue(std::move(out))}}));
+}
+
 OperatorService::Answer OperatorService::waveformVerbs(const OperatorCommand& c, const OperatorArgs& a) {
   const std::string& v = c.verb;
-  if (v == "peaks") {
-    const auto id = a.text("id");
-    if (!id) return OperatorResult::failure("peaks requires id=<item id>");
-    const AppModel& m = model();
-    const TimelineItem* item = m.recording().item(*id);
-    if (!item) throw AppModelFailure::noSuchItem(*id);
-    std::optional<std::string> file;
-    double from = 0;
-    std::optional<double> seconds;
-    if (item->type == ItemType::audio) {
-      file = item->file;
-      const double duration = item->duration.value_or(0);
-      if (duration > 0) {
-        const auto [in, out] = Music::trim(item->trimIn.value_or(0), item->trimOut.value_or(duration), duration);
-        from = in;
-        seconds = out - in;
-      }
-    } else if (item->type == ItemType::line) {
-      if (!item->audio) throw AppModelFailure::notRendered(*id);
-      file = item->audio;
-      from = item->renderedFrom ? item->renderedFrom->startsAt() : 0;
-      seconds = item->duration;
-    } else {
-      throw AppModelFailure::cannotUse(*id + " is a " + name(item->type) + " and has no audio");
-    }
-    const std::filesystem::path path = std::filesystem::path(*file).is_absolute() ? std::filesystem::path(*file) : *m.baseDir() / *file;
-    JSONValue::Array values;
-    for (float p : Peaks::peaks(path, peakBuckets, from, seconds)) values.emplace_back(double(p));
-    return OperatorResult::success(JSONValue::object({{"id", *id},
-                                                      {"from", JSONValue::seconds(from)},
-                                                      {"seconds", Reports::seconds(seconds)},
-                                                      {"peaks", JSONValue(std::move(values))}}));
-  }
   if (v == "subtitles.fonts") {
     const auto families = FontCatalog::families(a.text("filter").value_or(""));
     return OperatorResult::success(JSONValue::object({{"fonts", texts(families)}}));
@@ -194,9 +214,11 @@ void OperatorService::registerPlayback() {
 }
 
 void OperatorService::registerMusic() {
-  onBranch(&OperatorService::musicVerbs, {"music.list", "music.add", "music.trim", "music.gain", "music.remove",
+  on("music.add", [this](const OperatorCommand&, const OperatorArgs& a) { return musicAdd(a); });
+  on("peaks", [this](const OperatorCommand&, const OperatorArgs& a) { return peaks(a); });
+  onBranch(&OperatorService::musicVerbs, {"music.list", "music.trim", "music.gain", "music.remove",
                                           "music.edit", "music.preview"});
-  onBranch(&OperatorService::waveformVerbs, {"peaks", "subtitles.fonts", "fonts"});
+  onBranch(&OperatorService::waveformVerbs, {"subtitles.fonts", "fonts"});
 }
 
 }  // namespace tavorin

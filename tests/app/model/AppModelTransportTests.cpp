@@ -5,6 +5,7 @@
 #include "app/model/ManualMainActor.hpp"
 #include "kit/Pasteboard.hpp"
 #include "kit/RecordingStore.hpp"
+#include "kit/Music.hpp"
 #include "platform/MusicImport.hpp"
 #include "platform/OfflineAudioOutput.hpp"
 #include "../../platform/Wav.hpp"
@@ -117,6 +118,39 @@ TEST_F(AppModelTransportTest, BedsAreUndoableEditsWithTheirRefusals) {
   actor.drain();
   model.undo();
   EXPECT_NE(model.recording().item("m1"), nullptr);
+}
+
+TEST_F(AppModelTransportTest, DraggingABedsEdgesTrimsWithinItsFile) {
+  test::TempDir elsewhere;
+  test::writeLevel(elsewhere / "theme.wav", 6, 0.5f, rate);
+  const auto copied = MusicImport::copyIn(dir, elsewhere / "theme.wav");
+  model.addMusic(copied.name, copied.seconds, 2);
+  actor.drain();
+  auto bed = [&] { return *model.recording().item("m1"); };
+
+  // The head trimmed by a second: the rest of the sound stays where it played.
+  model.trimMusicByEdge("m1", AppModel::MusicEdge::left, 3);
+  EXPECT_DOUBLE_EQ(*bed().trimIn, 1);
+  EXPECT_DOUBLE_EQ(*bed().start, 3);
+  EXPECT_DOUBLE_EQ(*bed().trimOut, 6);
+  // Dragged left past the file's first sample, the head comes back and no further.
+  model.trimMusicByEdge("m1", AppModel::MusicEdge::left, 0);
+  EXPECT_DOUBLE_EQ(*bed().trimIn, 0);
+  EXPECT_DOUBLE_EQ(*bed().start, 2);
+  // The tail: never past the file, never under the shortest length.
+  model.trimMusicByEdge("m1", AppModel::MusicEdge::right, 20);
+  EXPECT_DOUBLE_EQ(*bed().trimOut, 6);
+  actor.drain();  // the turn ends: the next drag is a step of its own
+  model.trimMusicByEdge("m1", AppModel::MusicEdge::right, 1);
+  EXPECT_NEAR(*bed().trimOut - *bed().trimIn, Music::minLength, 1e-9);
+  actor.drain();
+  model.undo();
+  EXPECT_DOUBLE_EQ(bed().trimOut.value_or(0), 6);
+
+  model.setMusicSource("m1", "https://example.org/theme");
+  EXPECT_EQ(*bed().source, "https://example.org/theme");
+  EXPECT_EQ(refusal([&] { model.setMusicSource("l1", "x"); }), "no item l1 on the timeline");
+  EXPECT_EQ(refusal([&] { model.trimMusicByEdge("l1", AppModel::MusicEdge::left, 1); }), "no item l1 on the timeline");
 }
 
 TEST_F(AppModelTransportTest, TimecodeCountsFramesOrSeconds) {

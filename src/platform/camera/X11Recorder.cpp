@@ -1,0 +1,439 @@
+#include "platform/camera/X11Recorder.hpp"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavdevice/avdevice.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+#include <libswscale/swscale.h>
+}
+#include <xcb/xcb.h>
+
+#include <atomic>
+#include <cmath>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace tavorin {
+
+namespace {
+
+std::string averror(int code) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(code, text, sizeof text);
+  return text;
+}
+
+std::string displayName(std::string display) {
+  if (!display.empty()) return display;
+  const char* env = std::getenv("DISPLAY");
+  return env ? env : "";
+}
+
+// Whether the X server lets us in, and whether the window is there to be filmed.
+enum class Reach { ok, noAccess, noTarget };
+
+Reach reach(const std::string& display, std::optional<unsigned long> window) {
+  if (display.empty()) return Reach::noAccess;
+  xcb_connection_t* c = xcb_connect(display.c_str(), nullptr);
+  if (!c || xcb_connection_has_error(c)) {
+    if (c) xcb_disconnect(c);
+    return Reach::noAccess;
+  }
+  Reach answer = Reach::ok;
+  if (window) {
+    xcb_generic_error_t* error = nullptr;
+    auto* attributes = xcb_get_window_attributes_reply(
+        c, xcb_get_window_attributes(c, static_cast<xcb_window_t>(*window)), &error);
+    if (!attributes || error || attributes->map_state != XCB_MAP_STATE_VIEWABLE) answer = Reach::noTarget;
+    std::free(attributes);
+    std::free(error);
+  } else if (!xcb_setup_roots_iterator(xcb_get_setup(c)).rem) {
+    answer = Reach::noTarget;
+  }
+  xcb_disconnect(c);
+  return answer;
+}
+
+struct InputCloser {
+  void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+using Input = std::unique_ptr<AVFormatContext, InputCloser>;
+
+// Opens the grab; x11grab stamps each packet with the wall clock in microseconds.
+Input openGrab(const std::string& display, std::optional<unsigned long> window, int fps) {
+  static std::once_flag registered;
+  std::call_once(registered, [] {
+    avdevice_register_all();
+    // The encoder's statistics and the grab's notices are not the user's business.
+    av_log_set_level(AV_LOG_ERROR);
+  });
+  const AVInputFormat* format = av_find_input_format("x11grab");
+  if (!format) throw RecordError::writerFailed("this ffmpeg has no x11grab input");
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "framerate", std::to_string(fps).c_str(), 0);
+  av_dict_set(&options, "draw_mouse", "1", 0);
+  if (window) av_dict_set(&options, "window_id", std::to_string(*window).c_str(), 0);
+  AVFormatContext* context = nullptr;
+  const int opened = avformat_open_input(&context, display.c_str(), format, &options);
+  av_dict_free(&options);
+  if (opened < 0) throw RecordError::writerFailed("the display " + display + " would not be grabbed: " + averror(opened));
+  Input input(context);
+  if (context->nb_streams < 1 || context->streams[0]->codecpar->codec_type != AVMEDIA_TYPE_VIDEO)
+    throw RecordError::writerFailed("the grab has no picture");
+  return input;
+}
+
+}  // namespace
+
+std::string CameraVerdict::name(Kind kind) {
+  switch (kind) {
+    case Kind::proven: return "proven";
+    case Kind::blocked: return "blocked";
+    case Kind::noAccess: return "noAccess";
+    case Kind::noTarget: return "noTarget";
+  }
+  return "noTarget";
+}
+
+struct X11Recorder::Session {
+  Input input;
+  AVCodecContext* decoder = nullptr;
+  AVCodecContext* encoder = nullptr;
+  AVFormatContext* output = nullptr;
+  AVStream* stream = nullptr;
+  SwsContext* scaler = nullptr;
+  AVFrame* picture = nullptr;  // the grab, decoded
+  AVFrame* encoded = nullptr;  // converted for the encoder
+  int fps = defaultFps;
+  int width = 0, height = 0;  // cut down to even numbers
+
+  mutable std::mutex lock;
+  std::condition_variable changed;
+  std::deque<AVPacket*> queue;
+  bool grabbing = true;  // the grab thread has not ended
+  bool stop = false;
+  bool started = false;
+  std::optional<std::string> failure;
+  std::int64_t firstFrame = AV_NOPTS_VALUE, lastFrame = AV_NOPTS_VALUE;  // microseconds
+  std::int64_t lastPts = -1;
+  long long frames = 0, dropped = 0;
+  std::thread grab, encode;
+
+  ~Session() {
+    {
+      std::lock_guard guard(lock);
+      stop = true;
+    }
+    changed.notify_all();
+    if (grab.joinable()) grab.join();
+    if (encode.joinable()) encode.join();
+    for (AVPacket* p : queue) av_packet_free(&p);
+    sws_freeContext(scaler);
+    av_frame_free(&picture);
+    av_frame_free(&encoded);
+    avcodec_free_context(&decoder);
+    avcodec_free_context(&encoder);
+    if (output) {
+      if (!(output->oformat->flags & AVFMT_NOFILE)) avio_closep(&output->pb);
+      avformat_free_context(output);
+    }
+  }
+
+  void fail(const std::string& why) {
+    std::lock_guard guard(lock);
+    if (!failure) failure = why;
+    stop = true;
+    changed.notify_all();
+  }
+
+  void grabLoop() {
+    const AVRational base = input->streams[0]->time_base;
+    for (;;) {
+      {
+        std::lock_guard guard(lock);
+        if (stop) break;
+      }
+      AVPacket* packet = av_packet_alloc();
+      const int read = av_read_frame(input.get(), packet);
+      if (read < 0) {
+        av_packet_free(&packet);
+        // The window closed or was unmapped, or the server went away.
+        // x11grab says a failed image request in the most general words it has.
+        fail(read == AVERROR(EIO) || read == AVERROR(EACCES) || read == AVERROR_EOF || read == AVERROR_EXTERNAL
+                 ? "the filmed window or display went away"
+                 : "the grab failed: " + averror(read));
+        break;
+      }
+      const std::int64_t at = av_rescale_q(packet->pts, base, AV_TIME_BASE_Q);
+      std::lock_guard guard(lock);
+      if (!started) {
+        started = true;
+        firstFrame = at;
+      }
+      lastFrame = at;
+      if (queue.size() >= static_cast<std::size_t>(queueDepth)) {
+        ++dropped;
+        av_packet_free(&packet);
+      } else {
+        queue.push_back(packet);
+      }
+      changed.notify_all();
+    }
+    std::lock_guard guard(lock);
+    grabbing = false;
+    changed.notify_all();
+  }
+
+  // Drains one encoder's worth of packets into the file.
+  bool writeOut() {
+    AVPacket* out = av_packet_alloc();
+    bool ok = true;
+    for (;;) {
+      const int got = avcodec_receive_packet(encoder, out);
+      if (got == AVERROR(EAGAIN) || got == AVERROR_EOF) break;
+      if (got < 0) {
+        fail("the encoder failed: " + averror(got));
+        ok = false;
+        break;
+      }
+      av_packet_rescale_ts(out, encoder->time_base, stream->time_base);
+      out->stream_index = stream->index;
+      const int written = av_interleaved_write_frame(output, out);
+      if (written < 0) {
+        fail("the file would not take a frame: " + averror(written));
+        ok = false;
+        break;
+      }
+    }
+    av_packet_free(&out);
+    return ok;
+  }
+
+  void encodeOne(AVPacket* packet) {
+    const std::int64_t at = av_rescale_q(packet->pts, input->streams[0]->time_base, AV_TIME_BASE_Q);
+    if (avcodec_send_packet(decoder, packet) < 0) return;
+    while (avcodec_receive_frame(decoder, picture) == 0) {
+      std::int64_t pts;
+      {
+        std::lock_guard guard(lock);
+        pts = std::llround(static_cast<double>(at - firstFrame) * fps / 1e6);
+        // Two grabs in one frame's slot: the later one waits for the next slot's frame.
+        if (pts <= lastPts) continue;
+        lastPts = pts;
+        ++frames;
+      }
+      if (!scaler) {
+        scaler = sws_getContext(width, height, static_cast<AVPixelFormat>(picture->format), width, height,
+                                AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr);
+        if (!scaler) {
+          fail("the grab's pictures cannot be converted");
+          return;
+        }
+      }
+      av_frame_make_writable(encoded);
+      // The source is read only over the even rectangle: cutting, not scaling.
+      sws_scale(scaler, picture->data, picture->linesize, 0, height, encoded->data, encoded->linesize);
+      encoded->pts = pts;
+      if (avcodec_send_frame(encoder, encoded) < 0 || !writeOut()) {
+        fail("the encoder refused a frame");
+        return;
+      }
+    }
+  }
+
+  void encodeLoop() {
+    for (;;) {
+      AVPacket* packet = nullptr;
+      {
+        std::unique_lock guard(lock);
+        changed.wait(guard, [&] { return !queue.empty() || !grabbing; });
+        if (queue.empty()) break;
+        packet = queue.front();
+        queue.pop_front();
+      }
+      encodeOne(packet);
+      av_packet_free(&packet);
+    }
+    avcodec_send_frame(encoder, nullptr);
+    writeOut();
+  }
+};
+
+X11Recorder::X11Recorder(std::string display, WindowFinder finder)
+    : display_(displayName(std::move(display))), finder_(std::move(finder)) {}
+
+X11Recorder::~X11Recorder() = default;
+
+bool X11Recorder::isRolling() const { return session_ != nullptr; }
+
+std::optional<std::string> X11Recorder::failure() const {
+  if (!session_) return std::nullopt;
+  std::lock_guard guard(session_->lock);
+  return session_->failure;
+}
+
+void X11Recorder::roll(const std::filesystem::path& to, const std::optional<CaptureConfig>& capture) {
+  if (session_) throw RecordError::writerFailed("the camera is already rolling");
+  std::optional<unsigned long> window;
+  if (capture && capture->app && !capture->app->empty()) {
+    if (!finder_) throw RecordError::noSuchApp(*capture->app);
+    window = finder_(*capture->app);
+  }
+  switch (reach(display_, window)) {
+    case Reach::noAccess: throw RecordError::noPermission();
+    case Reach::noTarget:
+      if (window) throw RecordError::noWindow(*capture->app);
+      throw RecordError::writerFailed("the display " + display_ + " has no screen to film");
+    case Reach::ok: break;
+  }
+
+  auto s = std::make_unique<Session>();
+  s->fps = capture && capture->fps ? std::max(*capture->fps, 1) : defaultFps;
+  s->input = openGrab(display_, window, s->fps);
+  const AVCodecParameters* grabbed = s->input->streams[0]->codecpar;
+  // Cut down to even numbers, as H.264 in 4:2:0 needs, and never under 2.
+  s->width = std::max(2, grabbed->width & ~1);
+  s->height = std::max(2, grabbed->height & ~1);
+  if (grabbed->width < 2 || grabbed->height < 2) throw RecordError::noWindow(capture && capture->app ? *capture->app : display_);
+
+  const AVCodec* rawvideo = avcodec_find_decoder(grabbed->codec_id);
+  s->decoder = avcodec_alloc_context3(rawvideo);
+  if (!rawvideo || !s->decoder || avcodec_parameters_to_context(s->decoder, grabbed) < 0 ||
+      avcodec_open2(s->decoder, rawvideo, nullptr) < 0)
+    throw RecordError::writerFailed("the grab's pictures cannot be read");
+
+  const AVCodec* h264 = avcodec_find_encoder_by_name("libx264");
+  if (!h264) throw RecordError::writerFailed("this ffmpeg has no libx264 encoder");
+  if (avformat_alloc_output_context2(&s->output, nullptr, nullptr, to.c_str()) < 0 || !s->output)
+    throw RecordError::writerFailed("the file won't take video");
+  s->encoder = avcodec_alloc_context3(h264);
+  s->encoder->width = s->width;
+  s->encoder->height = s->height;
+  s->encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+  s->encoder->time_base = AVRational{1, s->fps};
+  s->encoder->framerate = AVRational{s->fps, 1};
+  s->encoder->gop_size = s->fps * 2;
+  s->encoder->thread_count = 0;
+  if (s->output->oformat->flags & AVFMT_GLOBALHEADER) s->encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  AVDictionary* options = nullptr;
+  // Fast enough to keep up with a full screen on a laptop; screen pictures compress well.
+  av_dict_set(&options, "preset", "superfast", 0);
+  av_dict_set(&options, "crf", "20", 0);
+  const int opened = avcodec_open2(s->encoder, h264, &options);
+  av_dict_free(&options);
+  if (opened < 0) throw RecordError::writerFailed("the encoder would not start: " + averror(opened));
+  s->stream = avformat_new_stream(s->output, nullptr);
+  if (!s->stream || avcodec_parameters_from_context(s->stream->codecpar, s->encoder) < 0)
+    throw RecordError::writerFailed("the file won't take video");
+  s->stream->time_base = s->encoder->time_base;
+  if (!(s->output->oformat->flags & AVFMT_NOFILE)) {
+    const int file = avio_open(&s->output->pb, to.c_str(), AVIO_FLAG_WRITE);
+    if (file < 0) throw RecordError::writerFailed("the file would not open: " + averror(file));
+  }
+  const int header = avformat_write_header(s->output, nullptr);
+  if (header < 0) throw RecordError::writerFailed(averror(header));
+
+  s->picture = av_frame_alloc();
+  s->encoded = av_frame_alloc();
+  s->encoded->format = AV_PIX_FMT_YUV420P;
+  s->encoded->width = s->width;
+  s->encoded->height = s->height;
+  if (av_frame_get_buffer(s->encoded, 0) < 0) throw RecordError::writerFailed("out of memory for a frame");
+
+  Session* raw = s.get();
+  s->grab = std::thread([raw] { raw->grabLoop(); });
+  s->encode = std::thread([raw] { raw->encodeLoop(); });
+  {
+    std::unique_lock guard(s->lock);
+    s->changed.wait_for(guard, firstFrameWait, [&] { return s->started || s->failure.has_value(); });
+    if (!s->started) {
+      const std::string why = s->failure.value_or("");
+      guard.unlock();
+      s.reset();  // stops both threads; the half-made file is the caller's to remove
+      if (!why.empty()) throw RecordError::writerFailed(why);
+      throw RecordError::cameraBlocked("no frames arrived in " + std::to_string(firstFrameWait.count() / 1000) + "s");
+    }
+  }
+  session_ = std::move(s);
+}
+
+FilmedSpan X11Recorder::cut() {
+  if (!session_) throw RecordError::writerFailed("the camera was not rolling");
+  std::unique_ptr<Session> s = std::move(session_);
+  {
+    std::lock_guard guard(s->lock);
+    s->stop = true;
+  }
+  s->changed.notify_all();
+  s->grab.join();
+  s->encode.join();
+  const int trailer = av_write_trailer(s->output);
+  FilmedSpan span;
+  std::optional<std::string> failure;
+  {
+    std::lock_guard guard(s->lock);
+    span.frames = s->frames;
+    span.dropped = s->dropped;
+    if (s->firstFrame != AV_NOPTS_VALUE && s->lastFrame != AV_NOPTS_VALUE)
+      span.seconds = static_cast<double>(s->lastFrame - s->firstFrame) / 1e6;
+    failure = s->failure;
+  }
+  if (trailer < 0 && !failure) failure = "the file could not be finished: " + averror(trailer);
+  s.reset();
+  if (failure && failure->find("went away") == std::string::npos) throw RecordError::writerFailed(*failure);
+  return span;
+}
+
+CameraVerdict X11Recorder::check(std::optional<unsigned long> window, std::chrono::milliseconds deadline) const {
+  CameraVerdict verdict;
+  switch (reach(display_, window)) {
+    case Reach::noAccess: verdict.kind = CameraVerdict::Kind::noAccess; return verdict;
+    case Reach::noTarget: verdict.kind = CameraVerdict::Kind::noTarget; return verdict;
+    case Reach::ok: break;
+  }
+  const auto began = std::chrono::steady_clock::now();
+  // The grab blocks in its own thread; a server that never answers leaves it there
+  // and the verdict is given at the deadline all the same.
+  struct Look {
+    std::mutex lock;
+    std::condition_variable done;
+    std::optional<std::string> seen;
+    bool framed = false, finished = false;
+  };
+  auto look = std::make_shared<Look>();
+  std::thread([look, display = display_, window] {
+    std::optional<std::string> seen;
+    bool framed = false;
+    try {
+      Input input = openGrab(display, window, 10);
+      AVPacket* packet = av_packet_alloc();
+      framed = av_read_frame(input.get(), packet) >= 0 && packet->size > 0;
+      if (!framed) seen = "the grab gave no picture";
+      av_packet_free(&packet);
+    } catch (const std::exception& e) {
+      seen = e.what();
+    }
+    std::lock_guard guard(look->lock);
+    look->framed = framed;
+    look->seen = seen;
+    look->finished = true;
+    look->done.notify_all();
+  }).detach();
+  std::unique_lock guard(look->lock);
+  look->done.wait_for(guard, deadline, [&] { return look->finished; });
+  if (look->framed) {
+    verdict.kind = CameraVerdict::Kind::proven;
+    verdict.secondsToFirstFrame = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+  } else {
+    verdict.kind = CameraVerdict::Kind::blocked;
+    verdict.seen = look->finished ? look->seen.value_or("no frames arrived") : "no frames arrived";
+  }
+  return verdict;
+}
+
+}  // namespace tavorin

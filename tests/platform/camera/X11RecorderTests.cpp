@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <xcb/xcb.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <thread>
+
+#include "TestSupport.hpp"
+#include "platform/camera/X11Recorder.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string run(const std::string& command) {
+  std::string out;
+  if (FILE* p = ::popen(command.c_str(), "r")) {
+    std::array<char, 512> chunk{};
+    while (std::fgets(chunk.data(), chunk.size(), p)) out += chunk.data();
+    ::pclose(p);
+  }
+  return out;
+}
+
+// A display of our own, so the tests never film the desktop they run on. It does not
+// reset when its last client leaves, which would take the test's windows with it.
+class VirtualDisplay {
+ public:
+  VirtualDisplay() {
+    if (run("command -v Xvfb").empty()) return;
+    for (int n = 40 + ::getpid() % 400; n < 1000; ++n) {
+      if (fs::exists("/tmp/.X11-unix/X" + std::to_string(n)) || fs::exists("/tmp/.X" + std::to_string(n) + "-lock"))
+        continue;
+      name_ = ":" + std::to_string(n);
+      pid_ = ::fork();
+      if (pid_ == 0) {
+        ::execlp("Xvfb", "Xvfb", name_.c_str(), "-screen", "0", "320x240x24", "-nolisten", "tcp", "-noreset", nullptr);
+        ::_exit(127);
+      }
+      for (int i = 0; i < 500; ++i) {
+        if (xcb_connection_t* c = xcb_connect(name_.c_str(), nullptr)) {
+          const bool ok = !xcb_connection_has_error(c);
+          xcb_disconnect(c);
+          if (ok) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
+      ::kill(pid_, SIGTERM);
+      ::waitpid(pid_, nullptr, 0);
+      pid_ = -1;
+    }
+    name_.clear();
+  }
+  ~VirtualDisplay() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGTERM);
+      ::waitpid(pid_, nullptr, 0);
+    }
+  }
+  bool up() const { return !name_.empty(); }
+  const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+  pid_t pid_ = -1;
+};
+
+// A plain window of one colour that the test repaints at will.
+class PaintedWindow {
+ public:
+  PaintedWindow(const std::string& display, int x, int y, int w, int h) {
+    c_ = xcb_connect(display.c_str(), nullptr);
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c_)).data;
+    id_ = xcb_generate_id(c_);
+    const std::uint32_t values[] = {0xff0000};
+    xcb_create_window(c_, XCB_COPY_FROM_PARENT, id_, screen->root, x, y, w, h, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      screen->root_visual, XCB_CW_BACK_PIXEL, values);
+    xcb_map_window(c_, id_);
+    sync();
+  }
+  ~PaintedWindow() { xcb_disconnect(c_); }
+  void paint(std::uint32_t rgb) {
+    xcb_change_window_attributes(c_, id_, XCB_CW_BACK_PIXEL, &rgb);
+    xcb_clear_area(c_, 0, id_, 0, 0, 0, 0);
+    sync();
+  }
+  void unmap() {
+    xcb_unmap_window(c_, id_);
+    sync();
+  }
+  unsigned long id() const { return id_; }
+
+ private:
+  // A round trip, so the server has done what was asked before the test goes on.
+  void sync() { std::free(xcb_get_input_focus_reply(c_, xcb_get_input_focus(c_), nullptr)); }
+  xcb_connection_t* c_;
+  xcb_window_t id_;
+};
+
+struct Pixel {
+  int r, g, b;
+};
+
+// One pixel of the frame `at` seconds into the film.
+Pixel pixelOf(const fs::path& film, double at, int x, int y, int width) {
+  const fs::path raw = film.parent_path() / "frame.rgb";
+  const std::string seek = "-ss " + std::to_string(at);
+  run("ffmpeg -v error -y " + seek + " -i '" + film.string() + "' -frames:v 1 -f rawvideo -pix_fmt rgb24 '" +
+      raw.string() + "'");
+  std::ifstream in(raw, std::ios::binary);
+  in.seekg(static_cast<std::streamoff>((y * width + x) * 3));
+  unsigned char p[3] = {};
+  in.read(reinterpret_cast<char*>(p), 3);
+  return {p[0], p[1], p[2]};
+}
+
+class X11RecorderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!display.up()) GTEST_SKIP() << "Xvfb is not installed (scripts/install-deps.sh installs it)";
+    if (run("command -v ffprobe").empty()) GTEST_SKIP() << "ffprobe is not installed";
+  }
+  std::string probe(const fs::path& film, const std::string& entries) {
+    return run("ffprobe -v error -select_streams v:0 -show_entries " + entries +
+               " -of default=noprint_wrappers=1:nokey=1 '" + film.string() + "'");
+  }
+  VirtualDisplay display;
+  test::TempDir tmp;
+};
+
+}  // namespace
+
+TEST_F(X11RecorderTest, FilmsTheScreenAndItsChangesWithTheFramesTimes) {
+  PaintedWindow window(display.name(), 20, 20, 100, 80);
+  X11Recorder camera(display.name());
+  CaptureConfig capture;
+  capture.fps = 10;
+  const fs::path film = tmp / "take.mp4";
+  camera.roll(film, capture);
+  EXPECT_TRUE(camera.isRolling());
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  window.paint(0x0000ff);
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  const FilmedSpan span = camera.cut();
+  EXPECT_FALSE(camera.isRolling());
+  EXPECT_FALSE(camera.failure());
+
+  EXPECT_GT(span.seconds, 1.0);
+  EXPECT_LT(span.seconds, 3.0);
+  EXPECT_GE(span.frames, 8);
+  EXPECT_EQ(probe(film, "stream=codec_name,width,height"), "h264\n320\n240\n");
+  // The file lasts what the frames' own times say, within a frame or two.
+  EXPECT_NEAR(std::stod(probe(film, "format=duration")), span.seconds, 0.25);
+  const Pixel first = pixelOf(film, 0, 60, 60, 320);
+  const Pixel last = pixelOf(film, span.seconds - 0.3, 60, 60, 320);
+  EXPECT_GT(first.r, 200);
+  EXPECT_LT(first.b, 60);
+  EXPECT_GT(last.b, 200);
+  EXPECT_LT(last.r, 60);
+}
+
+TEST_F(X11RecorderTest, AWindowIsFoundByItsAppAndFilmedAtEvenSize) {
+  PaintedWindow window(display.name(), 10, 10, 161, 121);
+  std::string asked;
+  X11Recorder camera(display.name(), [&](const std::string& app) {
+    asked = app;
+    return window.id();
+  });
+  CaptureConfig capture;
+  capture.app = "painter";
+  capture.fps = 10;
+  camera.roll(tmp / "window.mp4", capture);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  camera.cut();
+  EXPECT_EQ(asked, "painter");
+  EXPECT_EQ(probe(tmp / "window.mp4", "stream=width,height"), "160\n120\n");
+  const Pixel inside = pixelOf(tmp / "window.mp4", 0, 5, 5, 160);
+  EXPECT_GT(inside.r, 200);
+
+  // The finder's refusals are the user's sentences; nothing is filmed.
+  X11Recorder lost(display.name(), [](const std::string& app) -> unsigned long { throw RecordError::noSuchApp(app); });
+  try {
+    lost.roll(tmp / "none.mp4", capture);
+    FAIL() << "filmed an app that is not running";
+  } catch (const RecordError& e) {
+    EXPECT_STREQ(e.what(), "Couldn't find 'painter' to film — is it running?");
+  }
+  EXPECT_FALSE(fs::exists(tmp / "none.mp4"));
+  // An unmapped window is there but shows nothing: it has no window to film.
+  window.unmap();
+  try {
+    camera.roll(tmp / "unmapped.mp4", capture);
+    FAIL() << "filmed an unmapped window";
+  } catch (const RecordError& e) {
+    EXPECT_EQ(e.kind, RecordError::Kind::noWindow);
+  }
+}
+
+TEST_F(X11RecorderTest, TheCheckGivesEachVerdictWithinItsDeadline) {
+  PaintedWindow window(display.name(), 0, 0, 50, 50);
+  const X11Recorder camera(display.name());
+  const auto began = std::chrono::steady_clock::now();
+  const CameraVerdict screen = camera.check();
+  EXPECT_EQ(CameraVerdict::name(screen.kind), "proven");
+  EXPECT_LT(screen.secondsToFirstFrame, 3);
+  EXPECT_EQ(CameraVerdict::name(camera.check(window.id()).kind), "proven");
+  EXPECT_EQ(CameraVerdict::name(camera.check(0x3fffffff).kind), "noTarget");
+  EXPECT_EQ(CameraVerdict::name(X11Recorder(":9999").check().kind), "noAccess");
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(6));
+
+  X11Recorder nowhere(":9999");
+  try {
+    nowhere.roll(tmp / "x.mp4", std::nullopt);
+    FAIL() << "rolled without a display";
+  } catch (const RecordError& e) {
+    EXPECT_EQ(e.kind, RecordError::Kind::noPermission);
+  }
+}
+
+TEST_F(X11RecorderTest, AWindowThatGoesAwayEndsTheTakeWithAPlayableFilm) {
+  auto window = std::make_unique<PaintedWindow>(display.name(), 10, 10, 100, 100);
+  const unsigned long id = window->id();
+  X11Recorder camera(display.name(), [&](const std::string&) { return id; });
+  CaptureConfig capture;
+  capture.app = "painter";
+  capture.fps = 10;
+  camera.roll(tmp / "gone.mp4", capture);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  window.reset();  // its client disconnects: the window is destroyed
+  for (int i = 0; i < 200 && !camera.failure(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  ASSERT_TRUE(camera.failure());
+  EXPECT_EQ(*camera.failure(), "the filmed window or display went away");
+  const FilmedSpan span = camera.cut();
+  EXPECT_GT(span.frames, 2);
+  EXPECT_EQ(probe(tmp / "gone.mp4", "stream=codec_name"), "h264\n");
+}
