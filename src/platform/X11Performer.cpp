@@ -1,5 +1,7 @@
 #include "platform/X11Performer.hpp"
 
+#include "kit/ScreenRecorder.hpp"
+
 #include <X11/XKBlib.h>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -558,6 +560,23 @@ bool launch(const std::vector<std::string>& command, const std::string& display)
 }
 
 }  // namespace
+
+unsigned long X11Performer::windowOf(const std::string& app, std::optional<std::string> display) {
+  const std::string name = display.value_or(std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "");
+  Display* d = name.empty() ? nullptr : XOpenDisplay(name.c_str());
+  if (!d) throw RecordError::noPermission();
+  const auto window = findWindow(d, DefaultRootWindow(d), app);
+  XCloseDisplay(d);
+  if (window) return *window;
+  // A program of that name that shows nothing is told apart from one not running.
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
+    const std::string pid = entry.path().filename().string();
+    if (pid.find_first_not_of("0123456789") == std::string::npos && Text::equalsIgnoringCase(programOf(std::stol(pid)), app))
+      throw RecordError::noWindow(app);
+  }
+  throw RecordError::noSuchApp(app);
+}
 
 void X11Performer::activate(const std::string& app) {
   const std::string step = "app " + app;

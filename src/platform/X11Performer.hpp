@@ -37,6 +37,10 @@ class X11Performer final : public Performer {
 
   ChromiumBrowser& browser();
 
+  // The window an application shows, found as `app` steps find it; throws
+  // RecordError noSuchApp when no such program runs, noWindow when it shows none.
+  static unsigned long windowOf(const std::string& app, std::optional<std::string> display = std::nullopt);
+
   // Why synthetic input cannot reach the display (none to reach, or no XTEST), or nothing.
   static std::optional<std::string> inputRefusal(std::optional<std::string> display = std::nullopt);
 

@@ -124,3 +124,42 @@ TEST_F(RunEndToEnd, ARehearsalPerformsOnTheDisplayReportsItsPhasesAndAbortsAtOnc
   // The studio answers on.
   EXPECT_EQ(ok({"run.plan"})["count"]->intValue(), 9);
 }
+
+TEST_F(RunEndToEnd, ATakeRollsOnTheDisplayAndItsFilmLastsWhatItsRecordSays) {
+  const JSONValue camera = ok({"camera"});
+  EXPECT_EQ(str(camera, "verdict"), "proven") << camera.encode();
+  ok({"recording.new", "title=Shot"});
+  ok({"blocking.set", "text=move 100 100\nwait 1\nclick 200 200\n"});
+  const JSONValue rolled = ok({"record"});
+  EXPECT_EQ(rolled["rolling"]->boolValue(), true);
+  EXPECT_EQ(str(rolled, "phase"), "counting");
+  const std::string id = str(rolled, "take");
+  ASSERT_FALSE(id.empty());
+  // A second roll while one is on is refused in its words.
+  auto again = test::spawn(test::programs() / "tavorinctl", {"record"}, env, dir.path());
+  EXPECT_EQ(test::waitFor(again.pid, 10s), 1);
+  EXPECT_NE(test::readFile(again.err).find("a take is already rolling"), std::string::npos);
+
+  JSONValue status;
+  const auto until = std::chrono::steady_clock::now() + 40s;
+  do {
+    std::this_thread::sleep_for(200ms);
+    status = ok({"record.status"});
+  } while (status["rolling"]->boolValue() == true && std::chrono::steady_clock::now() < until);
+  EXPECT_EQ(str(status, "status"), "complete") << status.encode();
+  EXPECT_EQ(str(status, "report"), "not rolling");
+
+  const fs::path folder = dir / "root/demo/recordings/shot/takes" / id;
+  const JSONValue take = JSONValue::decode(test::readFile(folder / "take.json"));
+  EXPECT_EQ(str(take, "status"), "complete");
+  const double seconds = *take["seconds"]->doubleValue();
+  // Slate, the plan's second and the tail, by the frames' own times.
+  EXPECT_NEAR(seconds, 1.5 + 1 + 1, 0.6);
+  const fs::path film = folder / "take.mp4";
+  ASSERT_TRUE(fs::exists(film));
+  FILE* probe = ::popen(("ffprobe -v error -show_entries format=duration -of csv=p=0 '" + film.string() + "'").c_str(), "r");
+  char line[64] = {};
+  ASSERT_TRUE(probe && std::fgets(line, sizeof line, probe));
+  ::pclose(probe);
+  EXPECT_NEAR(std::stod(line), seconds, 0.3);
+}

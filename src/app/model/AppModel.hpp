@@ -252,6 +252,9 @@ class AppModel {
   std::optional<Take> monitorTake() const;
   // Picks the take the monitor shows and keeps a whole-take cut attached to it.
   void selectTake(const std::string& id);
+  // What the next take films: `audio` given sets the sound, `app` given sets (or, blank,
+  // clears) the app; an empty setting leaves no capture key at all.
+  void setCapture(std::optional<bool> audio, std::optional<std::optional<std::string>> app);
   // Seconds of film of the monitor's take between its pads; refuses with noFootage.
   double cutFootage() const;
   // The cut in force, placed on the timeline (against no footage when there is no take).

@@ -38,6 +38,7 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerCast();
   registerLineEdits();
   registerRun();
+  registerRecord();
   registerSystemReadouts();
   registerWaiting();
 }

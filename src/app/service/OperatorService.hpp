@@ -15,6 +15,7 @@ namespace tavorin {
 class AppStore;
 class AppModel;
 class Stage;
+struct CameraVerdict;
 class OperatorArgs;
 struct TimelineItem;
 struct Recording;
@@ -84,6 +85,7 @@ class OperatorService {
   void registerCast();
   void registerLineEdits();
   void registerRun();
+  void registerRecord();
   void registerSystemReadouts();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
@@ -110,6 +112,10 @@ class OperatorService {
   Answer runVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer systemReadoutVerbs(const OperatorCommand& c, const OperatorArgs& a);
   JSONValue runStatusReport();
+  Answer recordVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> record(const OperatorArgs& a);
+  asio::awaitable<CameraVerdict> checkCamera();
+  JSONValue recordStatusReport();
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
   // Copy and decode off the main actor, then act on the model.

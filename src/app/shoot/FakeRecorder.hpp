@@ -31,6 +31,11 @@ class FakeRecorder final : public ScreenRecorder {
     std::lock_guard guard(lock_);
     return lost;
   }
+  CameraVerdict check(const std::optional<CaptureConfig>&) const override {
+    std::lock_guard guard(lock_);
+    calls_.push_back("check");
+    return verdict;
+  }
   std::vector<std::string> calls() const {
     std::lock_guard guard(lock_);
     return calls_;
@@ -44,10 +49,11 @@ class FakeRecorder final : public ScreenRecorder {
   std::optional<std::string> cutFailure;
   std::optional<std::string> lost;  // the picture lost mid-take
   FilmedSpan span;                  // what cut reports; seconds 0 leaves the clock to time it
+  CameraVerdict verdict{CameraVerdict::Kind::proven, 0.04, std::nullopt};
 
  private:
   mutable std::mutex lock_;
-  std::vector<std::string> calls_;
+  mutable std::vector<std::string> calls_;
   bool rolling_ = false;
 };
 
