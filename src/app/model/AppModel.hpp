@@ -17,6 +17,7 @@
 #include "app/model/Offloader.hpp"
 #include "app/model/ToastCenter.hpp"
 #include "base/LifetimeToken.hpp"
+#include "kit/AgentPolicy.hpp"
 #include "kit/Blocking.hpp"
 #include "kit/Cut.hpp"
 #include "kit/Export.hpp"
@@ -211,6 +212,32 @@ class AppModel {
   void moveCue(int ordinal, double to);
   bool blockingDrawerOpen = false;
 
+  // ---- Agent steps: the production's policy, and what one step would spawn ----
+  // Absent while the production has no policy of its own.
+  std::optional<AgentPolicy> agentPolicy() const;
+  struct AgentStepRef {
+    int id = 0;  // the step's cue ordinal
+    Blocking::AgentCall call;
+    int sourceLine = 0;
+  };
+  std::vector<AgentStepRef> agentSteps() const;
+  struct AgentCommand {
+    AgentStepRef step;
+    std::string cue;                 // the cue's label
+    std::vector<std::string> argv;   // the program's path first
+  };
+  // The named step, or the first one; refuses noAgentStep. Nothing runs.
+  AgentCommand agentCommand(std::optional<int> id, const std::string& program) const;
+  // Each one undo step; an empty policy is stored as absent.
+  void setAgentRules(std::optional<std::string> rules);
+  void setAgentModel(std::optional<std::string> model);
+  // Held between 0 and 2; nothing restores the default.
+  void setAgentPace(std::optional<double> pace);
+  void setAgentFences(const std::vector<std::string>& up);
+  // The keyboard palette and the systems popover of the footer.
+  bool keysPaletteOpen = false;
+  bool systemsOpen = false;
+
   // ---- Timing edits ------------------------------------------------------------
   // The dock's snapping toggle, which a move obeys unless told otherwise.
   bool snapping = true;
@@ -231,6 +258,9 @@ class AppModel {
   std::optional<Take> monitorTake() const;
   // Picks the take the monitor shows and keeps a whole-take cut attached to it.
   void selectTake(const std::string& id);
+  // What the next take films: `audio` given sets the sound, `app` given sets (or, blank,
+  // clears) the app; an empty setting leaves no capture key at all.
+  void setCapture(std::optional<bool> audio, std::optional<std::optional<std::string>> app);
   // Seconds of film of the monitor's take between its pads; refuses with noFootage.
   double cutFootage() const;
   // The cut in force, placed on the timeline (against no footage when there is no take).

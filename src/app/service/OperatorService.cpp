@@ -10,6 +10,7 @@
 #include "base/IsoDate.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/service/OperatorArgs.hpp"
+#include "app/shoot/Stage.hpp"
 #include "kit/RecordingStore.hpp"
 #include "operator/BuildStamp.hpp"
 #include "operator/OperatorManifest.hpp"
@@ -37,6 +38,9 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerCast();
   registerLineEdits();
   registerExport();
+  registerRun();
+  registerRecord();
+  registerSystemReadouts();
   registerWaiting();
 }
 

@@ -2,6 +2,7 @@
 #include <asio/awaitable.hpp>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -13,6 +14,8 @@ namespace tavorin {
 
 class AppStore;
 class AppModel;
+class Stage;
+struct CameraVerdict;
 class OperatorArgs;
 struct TimelineItem;
 struct Recording;
@@ -25,6 +28,7 @@ class OperatorService {
  public:
   // `quit` asks the application to terminate through this hook.
   OperatorService(AppStore& store, std::function<void()> terminate);
+  ~OperatorService();
 
   // Never throws: every refusal is an answer with `ok` false.
   asio::awaitable<OperatorResult> handle(OperatorCommand command);
@@ -46,6 +50,10 @@ class OperatorService {
   // (a window that photographs itself, a render queue) takes over a verb marked as
   // waiting for it; a verb that has a handler already is refused with logic_error.
   void on(std::string_view verb, Handler handler);
+
+  // What runs the blocking: the desktop's own unless a test gives substitutes.
+  void useStage(std::unique_ptr<Stage> stage);
+  Stage& stage();
 
   // Reports, shaped for the wire.
   JSONValue status() const;
@@ -77,6 +85,9 @@ class OperatorService {
   void registerCast();
   void registerLineEdits();
   void registerExport();
+  void registerRun();
+  void registerRecord();
+  void registerSystemReadouts();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -100,6 +111,13 @@ class OperatorService {
   Answer castVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer exportVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer runVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer systemReadoutVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  JSONValue runStatusReport();
+  Answer recordVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> record(const OperatorArgs& a);
+  asio::awaitable<CameraVerdict> checkCamera();
+  JSONValue recordStatusReport();
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
   // Copy and decode off the main actor, then act on the model.
@@ -125,6 +143,7 @@ class OperatorService {
   std::function<void()> terminate_;
   std::map<std::string, Handler, std::less<>> handlers_;
   std::map<std::string, std::string, std::less<>> waiting_;
+  std::unique_ptr<Stage> stage_;
 };
 
 // Report helpers shared by the group files.

@@ -7,12 +7,10 @@ namespace tavorin {
 
 void OperatorService::registerWaiting() {
   waiting("line editing", {"lines"});
-  waiting("the runner", {"run", "run.plan", "run.status", "run.abort", "agent.policy", "agent.command"});
-  waiting("recording", {"record", "camera", "record.stop", "record.status", "take.list", "take.select", "import",
+  waiting("recording", {"take.list", "take.select", "import",
                         "viewer.info", "shoot.info", "take.remove", "take.replace", "take.reveal", "take.dismiss",
-                        "capture", "viewer.caption"});
-  waiting("the system readouts", {"keys", "systems", "permissions", "permissions.open", "permissions.show",
-                                  "permissions.dismiss"});
+                        "viewer.caption"});
+  waiting("the system readouts", {"permissions", "permissions.open", "permissions.show", "permissions.dismiss"});
   waiting("revision", {"revise", "revise.status"});
   waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
   waiting("export", {"publish.youtube", "youtube", "youtube.connect", "youtube.disconnect", "youtube.privacy",

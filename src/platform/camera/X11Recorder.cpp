@@ -389,6 +389,16 @@ FilmedSpan X11Recorder::cut() {
   return span;
 }
 
+CameraVerdict X11Recorder::check(const std::optional<CaptureConfig>& capture) const {
+  if (!capture || !capture->app || capture->app->empty()) return check(std::optional<unsigned long>());
+  if (!finder_) return CameraVerdict{CameraVerdict::Kind::noTarget, 0, std::nullopt};
+  try {
+    return check(finder_(*capture->app));
+  } catch (const RecordError& e) {
+    return CameraVerdict{CameraVerdict::Kind::noTarget, 0, std::string(e.what())};
+  }
+}
+
 CameraVerdict X11Recorder::check(std::optional<unsigned long> window, std::chrono::milliseconds deadline) const {
   CameraVerdict verdict;
   switch (reach(display_, window)) {

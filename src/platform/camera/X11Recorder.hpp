@@ -38,6 +38,8 @@ class X11Recorder final : public ScreenRecorder {
   // Nothing is written.
   CameraVerdict check(std::optional<unsigned long> window = std::nullopt,
                       std::chrono::milliseconds deadline = firstFrameWait) const;
+  // The window of the capture's app, or the screen without one.
+  CameraVerdict check(const std::optional<CaptureConfig>& capture) const override;
 
   const std::string& display() const { return display_; }
 

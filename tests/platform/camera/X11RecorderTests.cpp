@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <xcb/xcb.h>
 
 #include <array>
@@ -11,6 +8,7 @@
 #include <thread>
 
 #include "TestSupport.hpp"
+#include "VirtualDisplay.hpp"
 #include "platform/camera/X11Recorder.hpp"
 
 using namespace tavorin;
@@ -27,49 +25,6 @@ std::string run(const std::string& command) {
   }
   return out;
 }
-
-// A display of our own, so the tests never film the desktop they run on. It does not
-// reset when its last client leaves, which would take the test's windows with it.
-class VirtualDisplay {
- public:
-  VirtualDisplay() {
-    if (run("command -v Xvfb").empty()) return;
-    for (int n = 40 + ::getpid() % 400; n < 1000; ++n) {
-      if (fs::exists("/tmp/.X11-unix/X" + std::to_string(n)) || fs::exists("/tmp/.X" + std::to_string(n) + "-lock"))
-        continue;
-      name_ = ":" + std::to_string(n);
-      pid_ = ::fork();
-      if (pid_ == 0) {
-        ::execlp("Xvfb", "Xvfb", name_.c_str(), "-screen", "0", "320x240x24", "-nolisten", "tcp", "-noreset", nullptr);
-        ::_exit(127);
-      }
-      for (int i = 0; i < 500; ++i) {
-        if (xcb_connection_t* c = xcb_connect(name_.c_str(), nullptr)) {
-          const bool ok = !xcb_connection_has_error(c);
-          xcb_disconnect(c);
-          if (ok) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      }
-      ::kill(pid_, SIGTERM);
-      ::waitpid(pid_, nullptr, 0);
-      pid_ = -1;
-    }
-    name_.clear();
-  }
-  ~VirtualDisplay() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGTERM);
-      ::waitpid(pid_, nullptr, 0);
-    }
-  }
-  bool up() const { return !name_.empty(); }
-  const std::string& name() const { return name_; }
-
- private:
-  std::string name_;
-  pid_t pid_ = -1;
-};
 
 // A plain window of one colour that the test repaints at will.
 class PaintedWindow {
@@ -123,14 +78,14 @@ Pixel pixelOf(const fs::path& film, double at, int x, int y, int width) {
 class X11RecorderTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!display.up()) GTEST_SKIP() << "Xvfb is not installed (scripts/install-deps.sh installs it)";
+    if (display.missing()) GTEST_SKIP() << *display.missing();
     if (run("command -v ffprobe").empty()) GTEST_SKIP() << "ffprobe is not installed";
   }
   std::string probe(const fs::path& film, const std::string& entries) {
     return run("ffprobe -v error -select_streams v:0 -show_entries " + entries +
                " -of default=noprint_wrappers=1:nokey=1 '" + film.string() + "'");
   }
-  VirtualDisplay display;
+  test::VirtualDisplay display{320, 240};
   test::TempDir tmp;
 };
 

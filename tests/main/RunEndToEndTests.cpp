@@ -1,0 +1,165 @@
+// A studio on a display of the test's own, its blocking performed through tavorinctl.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+
+#include "Processes.hpp"
+#include "TestSupport.hpp"
+#include "VirtualDisplay.hpp"
+#include "operator/JSONValue.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+class RunEndToEnd : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (display.missing()) GTEST_SKIP() << *display.missing();
+    fs::create_directories(dir / "home");
+    env = {"HOME=" + (dir / "home").string(),         "XDG_DATA_HOME=" + (dir / "data").string(),
+           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(),
+           "SDL_AUDIODRIVER=dummy",                   "DISPLAY=" + display.name()};
+    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
+    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
+    // A first launch seeded the demo; open it.
+    ok({"project.open", "name=demo"});
+    ok({"recording.open", "slug=halden-demo"});
+  }
+  void TearDown() override {
+    if (app.pid > 0 && test::waitFor(app.pid, 0ms) == -1) {
+      ::kill(app.pid, SIGTERM);
+      if (test::waitFor(app.pid, 5s) == -1) ::kill(app.pid, SIGKILL);
+      test::waitFor(app.pid, 2s);
+    }
+  }
+  JSONValue ok(std::vector<std::string> args) {
+    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
+    const int rc = test::waitFor(s.pid, 10s);
+    EXPECT_EQ(rc, 0) << args[0] << ": " << test::readFile(s.err);
+    const std::string out = test::readFile(s.out);
+    return out.empty() ? JSONValue() : JSONValue::decode(out);
+  }
+  static std::string str(const JSONValue& v, const char* key) {
+    return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : "";
+  }
+  // Polls run.status until it stops running; the last report.
+  JSONValue waitForEnd(std::chrono::seconds limit) {
+    const auto until = std::chrono::steady_clock::now() + limit;
+    JSONValue status;
+    do {
+      status = ok({"run.status"});
+      if (status["running"] && status["running"]->boolValue() == false) break;
+      std::this_thread::sleep_for(100ms);
+    } while (std::chrono::steady_clock::now() < until);
+    return status;
+  }
+
+  test::VirtualDisplay display;
+  test::TempDir dir;
+  std::vector<std::string> env;
+  test::Spawned app;
+};
+
+}  // namespace
+
+TEST_F(RunEndToEnd, TheDemoPlansDryAndItsRehearsalStopsAtTheMissingBrowser) {
+  const JSONValue plan = ok({"run.plan"});
+  const auto* events = plan["events"]->arrayValue();
+  ASSERT_NE(events, nullptr);
+  ASSERT_GT(events->size(), 20u) << plan.encode();
+  EXPECT_EQ(str((*events)[0], "label"), "app Firefox");
+  EXPECT_EQ((*events)[0]["time"]->doubleValue(), 0.0);
+  // Times never go back, and the last hold ends the plan.
+  double last = 0;
+  for (const auto& e : *events) {
+    EXPECT_GE(*e["time"]->doubleValue(), last);
+    last = *e["time"]->doubleValue();
+  }
+  EXPECT_EQ(str(events->back(), "label"), "hold 2.0s");
+  EXPECT_NEAR(*plan["duration"]->doubleValue(), last + 2, 0.011);
+
+  const JSONValue dry = ok({"run", "dry=1"});
+  EXPECT_EQ(str(dry, "report"), "planned " + std::to_string(events->size()) + " steps — dry run, nothing performed");
+  EXPECT_EQ(ok({"run.status"})["running"]->boolValue(), false);
+
+  ok({"run", "rehearse=1"});
+  const JSONValue status = waitForEnd(20s);
+  EXPECT_EQ(str(status, "report"),
+            "stopped at step 1: Couldn't bring 'Firefox' forward — is it installed and running? (line 8)");
+}
+
+TEST_F(RunEndToEnd, ARehearsalPerformsOnTheDisplayReportsItsPhasesAndAbortsAtOnce) {
+  ok({"blocking.set", "text=move 100 100\nclick 200 200\nkey escape\nwait 0.6\ntype \"hi\"\nscroll 106\n"
+                      "agent \"check the page\"\nwait 30\nclick 5 5\n"});
+  const JSONValue started = ok({"run", "rehearse=1"});
+  EXPECT_EQ(str(started, "mode"), "rehearse");
+  EXPECT_EQ(started["running"]->boolValue(), true);
+  // The first steps are performed; the long wait is under way.
+  JSONValue status;
+  const auto until = std::chrono::steady_clock::now() + 10s;
+  do {
+    status = ok({"run.status"});
+    if (status["done"]->intValue() >= 7) break;
+    std::this_thread::sleep_for(50ms);
+  } while (std::chrono::steady_clock::now() < until);
+  EXPECT_EQ(status["running"]->boolValue(), true);
+  EXPECT_EQ(str(status, "report"), "running 7 of 9");
+  EXPECT_EQ(status["heldAgents"]->encode(), R"(["check the page"])");
+  EXPECT_EQ(status["failure"]->isNull(), true);
+
+  const auto cut = std::chrono::steady_clock::now();
+  const JSONValue aborted = ok({"run.abort"});
+  const auto took = std::chrono::steady_clock::now() - cut;
+  EXPECT_EQ(aborted["running"]->boolValue(), false);
+  EXPECT_EQ(str(aborted, "report"), "aborted after 7 of 9 steps");
+  // The answer includes tavorinctl's own start; the stop itself is inside it.
+  EXPECT_LT(took, 200ms) << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms";
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(ok({"run.status"})["done"]->intValue(), 7);
+  // The studio answers on.
+  EXPECT_EQ(ok({"run.plan"})["count"]->intValue(), 9);
+}
+
+TEST_F(RunEndToEnd, ATakeRollsOnTheDisplayAndItsFilmLastsWhatItsRecordSays) {
+  const JSONValue camera = ok({"camera"});
+  EXPECT_EQ(str(camera, "verdict"), "proven") << camera.encode();
+  ok({"recording.new", "title=Shot"});
+  ok({"blocking.set", "text=move 100 100\nwait 1\nclick 200 200\n"});
+  const JSONValue rolled = ok({"record"});
+  EXPECT_EQ(rolled["rolling"]->boolValue(), true);
+  EXPECT_EQ(str(rolled, "phase"), "counting");
+  const std::string id = str(rolled, "take");
+  ASSERT_FALSE(id.empty());
+  // A second roll while one is on is refused in its words.
+  auto again = test::spawn(test::programs() / "tavorinctl", {"record"}, env, dir.path());
+  EXPECT_EQ(test::waitFor(again.pid, 10s), 1);
+  EXPECT_NE(test::readFile(again.err).find("a take is already rolling"), std::string::npos);
+
+  JSONValue status;
+  const auto until = std::chrono::steady_clock::now() + 40s;
+  do {
+    std::this_thread::sleep_for(200ms);
+    status = ok({"record.status"});
+  } while (status["rolling"]->boolValue() == true && std::chrono::steady_clock::now() < until);
+  EXPECT_EQ(str(status, "status"), "complete") << status.encode();
+  EXPECT_EQ(str(status, "report"), "not rolling");
+
+  const fs::path folder = dir / "root/demo/recordings/shot/takes" / id;
+  const JSONValue take = JSONValue::decode(test::readFile(folder / "take.json"));
+  EXPECT_EQ(str(take, "status"), "complete");
+  const double seconds = *take["seconds"]->doubleValue();
+  // Slate, the plan's second and the tail, by the frames' own times.
+  EXPECT_NEAR(seconds, 1.5 + 1 + 1, 0.6);
+  const fs::path film = folder / "take.mp4";
+  ASSERT_TRUE(fs::exists(film));
+  FILE* probe = ::popen(("ffprobe -v error -show_entries format=duration -of csv=p=0 '" + film.string() + "'").c_str(), "r");
+  char line[64] = {};
+  ASSERT_TRUE(probe && std::fgets(line, sizeof line, probe));
+  ::pclose(probe);
+  EXPECT_NEAR(std::stod(line), seconds, 0.3);
+}
