@@ -121,10 +121,9 @@ struct X11Performer::Connection {
   std::map<KeySym, KeyCode> lent;
 
   ~Connection() {
-    if (display && !ioFailed) {
-      restore();
-      XCloseDisplay(display);
-    }
+    if (!display) return;
+    if (!ioFailed) restore();
+    XCloseDisplay(display);
   }
 
   void check(const std::string& step) {
@@ -183,8 +182,11 @@ X11Performer::~X11Performer() = default;
 
 X11Performer::Connection& X11Performer::connection(const std::string& step) {
   if (x_ && ioFailed) {
-    // The connection broke; Xlib forbids using it again, so it is left as it is.
-    (void)x_.release();
+    // The connection broke: nothing more is sent on it; closing only frees it.
+    x_->lent.clear();
+    XCloseDisplay(x_->display);
+    x_->display = nullptr;
+    x_.reset();
     ioFailed = false;
   }
   if (x_) return *x_;
@@ -523,7 +525,8 @@ std::optional<std::vector<std::string>> desktopEntry(const std::string& name) {
 std::optional<std::vector<std::string>> launchCommand(const std::string& name) {
   if (name.empty() || name.find('/') != std::string::npos) return std::nullopt;
   if (auto entry = desktopEntry(name)) return entry;
-  for (auto dir : Text::split(Environment::value("PATH").value_or("/usr/bin:/bin"), ':'))
+  const std::string path = Environment::value("PATH").value_or("/usr/bin:/bin");
+  for (auto dir : Text::split(path, ':'))
     if (!dir.empty() && isExecutable(std::filesystem::path(std::string(dir)) / name))
       return std::vector<std::string>{name};
   return std::nullopt;

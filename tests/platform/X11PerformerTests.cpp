@@ -1,7 +1,8 @@
+// Google Test first: Xlib defines None, which gtest uses as a name.
+#include <gtest/gtest.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
-#include <gtest/gtest.h>
 
 #include <signal.h>
 #include <unistd.h>

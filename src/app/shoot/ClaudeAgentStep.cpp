@@ -71,7 +71,8 @@ std::string ClaudeAgentStep::program() const {
   const auto home = home_.empty() ? Environment::home() : home_;
   const std::string expected = Agents::claudePath(home.string());
   if (isExecutable(expected)) return expected;
-  for (auto dir : Text::split(Environment::value("PATH").value_or(""), ':')) {
+  const std::string path = Environment::value("PATH").value_or("");
+  for (auto dir : Text::split(path, ':')) {
     if (dir.empty()) continue;
     const auto candidate = std::filesystem::path(std::string(dir)) / "claude";
     if (isExecutable(candidate)) return candidate.string();
