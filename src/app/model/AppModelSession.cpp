@@ -45,6 +45,10 @@ Recording AppModel::open(const fs::path& dir) {
   selection_.clear();
   hovered_.reset();
   pickedTake_.reset();
+  monitorCleared_ = false;
+  monitorStill_.reset();
+  lastImported_.reset();
+  probes_.clear();
   history_.forget();
   pushedThisTurn_ = false;
   pendingName_.reset();

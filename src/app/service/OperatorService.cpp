@@ -36,6 +36,8 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerMusic();
   registerCast();
   registerLineEdits();
+  registerTakes();
+  registerPicture();
   registerWaiting();
 }
 
@@ -202,7 +204,7 @@ JSONValue OperatorService::status() const {
       {"exportSheet", store_.showingExportSheet},
       {"exportSheetArmed", store_.exportSheetArmed},
       {"versionMenu", store_.showingVersionMenu},
-      {"viewer", JSONValue()},
+      {"viewer", viewerReport()},
       {"production", productionReport()},
   });
 }

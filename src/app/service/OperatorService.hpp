@@ -1,5 +1,6 @@
 #pragma once
 #include <asio/awaitable.hpp>
+#include <exception>
 #include <functional>
 #include <map>
 #include <optional>
@@ -15,6 +16,8 @@ class AppStore;
 class AppModel;
 class OperatorArgs;
 struct TimelineItem;
+struct Take;
+struct Zoom;
 struct Recording;
 
 // Turns a verb into an act of the running studio. It holds no logic of its own
@@ -76,6 +79,8 @@ class OperatorService {
   void registerMusic();
   void registerCast();
   void registerLineEdits();
+  void registerTakes();
+  void registerPicture();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -98,6 +103,16 @@ class OperatorService {
   Answer waveformVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer castVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer takeVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer pictureVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer laneVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> importVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> replaceVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> revealVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> zoomListVerb(const OperatorCommand& c, const OperatorArgs& a);
+  // Starts a model act that lands later and waits for it; its failure is thrown here,
+  // and a refusal before anything starts throws at once.
+  static asio::awaitable<void> landed(const std::function<void(std::function<void(std::exception_ptr)>)>& start);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
 
@@ -112,6 +127,12 @@ class OperatorService {
   JSONValue voiceReport() const;
   JSONValue localServerReport() const;
   JSONValue voiceGroupsReport() const;
+  JSONValue takeReport(const Take& take) const;
+  JSONValue takesReport() const;
+  JSONValue viewerReport() const;
+  JSONValue segmentsReport() const;
+  JSONValue zoomReport(const Zoom& zoom) const;
+  JSONValue timelineInfo() const;
 
   AppModel& model() const;
 

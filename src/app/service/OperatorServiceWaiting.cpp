@@ -8,9 +8,8 @@ namespace tavorin {
 void OperatorService::registerWaiting() {
   waiting("line editing", {"lines"});
   waiting("the runner", {"run", "run.plan", "run.status", "run.abort", "agent.policy", "agent.command"});
-  waiting("recording", {"record", "camera", "record.stop", "record.status", "take.list", "take.select", "import",
-                        "viewer.info", "shoot.info", "take.remove", "take.replace", "take.reveal", "take.dismiss",
-                        "capture", "viewer.caption"});
+  waiting("recording", {"record", "camera", "record.stop", "record.status", "shoot.info", "capture",
+                        "viewer.caption"});
   waiting("the system readouts", {"keys", "systems", "permissions", "permissions.open", "permissions.show",
                                   "permissions.dismiss"});
   waiting("revision", {"revise", "revise.status"});
@@ -23,9 +22,6 @@ void OperatorService::registerWaiting() {
                                  "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
                                  "sound"});
   waiting("the render queue", {"render", "render.status", "render.samples", "render.cancel"});
-  waiting("the timeline", {"timeline.info", "timeline.items", "segment.list", "segment.split",
-                           "segment.remove", "segment.trim", "segment.set", "segment.rate", "zoom.list", "zoom.add",
-                           "zoom.set", "zoom.remove", "lane.hide", "lane.mute", "waveforms", "timeline.zoom"});
   waiting("variants", {"line.samples", "line.sample.play", "line.sample.use", "line.sample.remove", "line.approve"});
 }
 
