@@ -456,6 +456,8 @@ class AppModel {
   bool fitted_ = false;
   void landTake(const Take& take, const std::string& summary);
   void importFilm(const std::filesystem::path& file, std::optional<std::string> replacing, Done done);
+  // The production as the transport should sound it: muted lanes carry no audio.
+  Recording audible() const;
   void commitZoom(Recording next, const std::string& summary);
   // The film's cut edits end here: the segments take the monitor's take, then the draft.
   void commitCut(Recording next, const std::string& summary);

@@ -349,6 +349,20 @@ void AppModel::setLaneMuted(Lane lane, bool muted) {
   note((muted ? "muted the " : "unmuted the ") + TimelineGeometry::name(lane) + " lane");
 }
 
+Recording AppModel::audible() const {
+  Recording out = *stored_;
+  // A muted voice lane keeps its lines in place, silent, as lines without audio play.
+  if (mutedLanes_.count(Lane::voice))
+    for (auto& item : out.timeline)
+      if (item.type == ItemType::line && item.audio) {
+        item.hold = item.effectiveDuration();
+        item.audio.reset();
+      }
+  if (mutedLanes_.count(Lane::music))
+    std::erase_if(out.timeline, [](const TimelineItem& item) { return item.type == ItemType::audio; });
+  return out;
+}
+
 void AppModel::zoomTimeline(double px) {
   if (std::isnan(px) || px < 1 || px > 400)
     throw Failure::cannotUse("the timeline zooms from 1 to 400 pixels a second, not " + fixed("%g", px));
