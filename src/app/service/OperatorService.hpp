@@ -112,7 +112,8 @@ class OperatorService {
   asio::awaitable<OperatorResult> zoomListVerb(const OperatorCommand& c, const OperatorArgs& a);
   // Starts a model act that lands later and waits for it; its failure is thrown here,
   // and a refusal before anything starts throws at once.
-  static asio::awaitable<void> landed(const std::function<void(std::function<void(std::exception_ptr)>)>& start);
+  using Start = std::function<void(std::function<void(std::exception_ptr)>)>;
+  static asio::awaitable<void> landed(const Start& start);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
 

@@ -25,7 +25,7 @@ struct Landing {
 
 }  // namespace
 
-asio::awaitable<void> OperatorService::landed(const std::function<void(std::function<void(std::exception_ptr)>)>& start) {
+asio::awaitable<void> OperatorService::landed(const Start& start) {
   // The act may finish before this coroutine suspends (a still lands at once), so its
   // end is kept until there is someone to resume.
   auto landing = std::make_shared<Landing>();
@@ -34,7 +34,8 @@ asio::awaitable<void> OperatorService::landed(const std::function<void(std::func
     else landing->result = failed;
   });
   auto executor = co_await asio::this_coro::executor;
-  co_await asio::async_initiate<const asio::use_awaitable_t<>, void(std::exception_ptr)>(
+  // Built apart from the co_await: GCC 12 destroys temporaries of a co_await operand twice.
+  auto resumed = asio::async_initiate<const asio::use_awaitable_t<>, void(std::exception_ptr)>(
       [landing, executor](auto handler) {
         auto shared = std::make_shared<decltype(handler)>(std::move(handler));
         auto resume = [shared, executor](std::exception_ptr failed) {
@@ -44,6 +45,7 @@ asio::awaitable<void> OperatorService::landed(const std::function<void(std::func
         else landing->resume = resume;
       },
       asio::use_awaitable);
+  co_await std::move(resumed);
 }
 
 JSONValue OperatorService::takeReport(const Take& take) const {
@@ -102,7 +104,8 @@ asio::awaitable<OperatorResult> OperatorService::importVerb(const OperatorComman
   const fs::path path = *a.path("path");
   const auto at = a.number("at");
   AppModel& m = model();
-  co_await landed([&](auto done) { m.importFile(path, at, std::move(done)); });
+  const Start start = [&](auto done) { m.importFile(path, at, std::move(done)); };
+  co_await landed(start);
   const auto kind = ImportRouter::kind(path);
   if (kind == ImportRouter::Kind::still)
     co_return OperatorResult::success(JSONValue::object({{"kind", "still"}, {"viewer", viewerReport()}}));
@@ -125,7 +128,8 @@ asio::awaitable<OperatorResult> OperatorService::replaceVerb(const OperatorComma
   const fs::path path = *a.path("path");
   AppModel& m = model();
   const auto old = m.monitorTake();
-  co_await landed([&](auto done) { m.replaceTake(path, std::move(done)); });
+  const Start start = [&](auto done) { m.replaceTake(path, std::move(done)); };
+  co_await landed(start);
   JSONValue report = takeReport(*TakesStore(*m.baseDir()).take(*m.lastImported()));
   report.set("replaced", old ? JSONValue(old->id) : JSONValue());
   co_return OperatorResult::success(report);
@@ -134,7 +138,8 @@ asio::awaitable<OperatorResult> OperatorService::replaceVerb(const OperatorComma
 asio::awaitable<OperatorResult> OperatorService::revealVerb(const OperatorCommand&, const OperatorArgs& a) {
   const std::string id = *a.text("id");
   AppModel& m = model();
-  co_await landed([&](auto done) { m.revealTake(id, std::move(done)); });
+  const Start start = [&](auto done) { m.revealTake(id, std::move(done)); };
+  co_await landed(start);
   const auto take = TakesStore(*m.baseDir()).take(id);
   co_return OperatorResult::success(
       JSONValue::object({{"id", id}, {"folder", TakesStore(*m.baseDir()).url(*take).string()}}));

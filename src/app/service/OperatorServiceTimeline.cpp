@@ -168,12 +168,13 @@ asio::awaitable<OperatorResult> OperatorService::zoomListVerb(const OperatorComm
   std::optional<Footage::Answer> film;
   if (const auto take = m.monitorTake()) {
     auto answer = std::make_shared<Footage::Answer>();
-    co_await landed([&](auto done) {
+    const Start start = [&](auto done) {
       m.probeTake(*take, [answer, done](const Footage::Answer& a) {
         *answer = a;
         done(nullptr);
       });
-    });
+    };
+    co_await landed(start);
     film = *answer;
   }
   JSONValue::Array list;
