@@ -5,6 +5,7 @@
 #include <string>
 
 #include "operator/JSONValue.hpp"
+#include "app/service/TimelineReport.hpp"
 #include "kit/TimelineGeometry.hpp"
 
 using namespace tavorin;
@@ -33,17 +34,9 @@ void TimelineItems(benchmark::State& state) {
   const Recording r = productionOf(1000, 200, 100);
   const auto lanes = TimelineGeometry::offered(false);
   for (auto _ : state) {
+    // What the verb does on each call: the geometry, then the report from it.
     TimelineGeometry g(r, 3200, 40, lanes);
-    JSONValue::Array items;
-    items.reserve(g.placements().size());
-    for (const auto& p : g.placements())
-      items.push_back(JSONValue::object({{"id", p.id},
-                                         {"type", p.type},
-                                         {"lane", TimelineGeometry::name(p.lane)},
-                                         {"start", JSONValue::seconds(p.start)},
-                                         {"duration", JSONValue::seconds(p.duration)},
-                                         {"x", p.rect.x},
-                                         {"width", p.rect.width}}));
+    JSONValue items = TimelineReport::items(g, r);
     benchmark::DoNotOptimize(items);
   }
 }

@@ -2,7 +2,9 @@
 #include <cstdint>
 #include <mutex>
 #include <deque>
+#include <functional>
 #include <map>
+#include <set>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -24,6 +26,9 @@
 #include "kit/ExportTarget.hpp"
 #include "kit/Subtitles.hpp"
 #include "kit/Take.hpp"
+#include "kit/TimelineGeometry.hpp"
+#include "kit/Zoom.hpp"
+#include "platform/Footage.hpp"
 #include "kit/BlockingDiagnostic.hpp"
 #include "kit/History.hpp"
 #include "kit/LineEdits.hpp"
@@ -276,6 +281,65 @@ class AppModel {
   std::string addZoom(std::optional<double> at, std::optional<double> length, std::optional<double> scale,
                       std::optional<double> x, std::optional<double> y, std::optional<std::string> style);
   void removeZoom(const std::string& id);
+  // Every change `zoom.set` can make, applied together as one step; each given field
+  // is checked before any is written.
+  struct ZoomChange {
+    std::optional<double> from, to, at, scale, x, y;
+    std::optional<std::string> style;
+    // Present with no value: back to the style's own ramp.
+    std::optional<std::optional<double>> ramp;
+  };
+  void changeZoom(const std::string& id, const ZoomChange& change);
+  // The copy's id; `at` defaults to right after the original.
+  std::string duplicateZoom(const std::string& id, std::optional<double> at = std::nullopt);
+  std::vector<Zoom> zooms() const;
+  // The zooms whose ids are picked, in time order.
+  std::vector<Zoom> selectedZooms() const;
+  // The segment a ripple delete takes: the first picked one, else the one under the playhead.
+  std::optional<std::string> rippleTarget() const;
+  // The id taken out; refuses when nothing is under the playhead.
+  std::string rippleDelete();
+  std::vector<Cut::Placed> selectedSegments() const;
+
+  // ---- Footage coming in, and the program monitor ----------------------------
+  // What the program monitor shows: nothing, a still, a take, or a take whose film is gone.
+  enum class Viewer { empty, still, take, missing };
+  Viewer viewer() const;
+  const std::optional<std::filesystem::path>& monitorStill() const { return monitorStill_; }
+  // Routes a file as a drop does: a film becomes a take on the monitor, a sound a bed at
+  // `at` (or the playhead), a picture the still on the monitor; anything else is refused
+  // by name. Copying and probing run on the offloader; `done` runs on the actor with the
+  // failure, if any, once the file has landed.
+  using Done = std::function<void(std::exception_ptr)>;
+  void importFile(const std::filesystem::path& file, std::optional<double> at, Done done);
+  // The take or the bed the last import or replacement made.
+  const std::optional<std::string>& lastImported() const { return lastImported_; }
+  // A film in place of the take on the monitor: a new imported take the cut follows.
+  void replaceTake(const std::filesystem::path& file, Done done);
+  // Leaves the monitor empty; the take stays in takes/.
+  std::optional<std::string> clearMonitor();
+  // Opens the take's folder in the file manager; the launcher runs off the actor.
+  void revealTake(const std::string& id, Done done);
+  // What the film of a take says of itself, probed off the actor once and kept.
+  void probeTake(const Take& take, std::function<void(const Footage::Answer&)> done);
+  std::optional<Footage::Answer> probed(const Take& take) const;
+
+  // ---- Lanes of the timeline ---------------------------------------------------
+  // Hidden lanes are the user's, kept in the defaults across productions and launches.
+  std::set<TimelineGeometry::Lane> hiddenLanes() const;
+  void setLaneHidden(TimelineGeometry::Lane lane, bool hidden);
+  void showAllLanes();
+  std::vector<TimelineGeometry::Lane> visibleLanes() const;
+  const std::set<TimelineGeometry::Lane>& mutedLanes() const { return mutedLanes_; }
+  // Voice and music only: the other lanes make no sound.
+  void setLaneMuted(TimelineGeometry::Lane lane, bool muted);
+  bool showWaveforms = true;
+  // Whether the last zoom was a fit of the production to the window.
+  bool fitted() const { return fitted_; }
+  void zoomTimeline(double px);
+  // Sizes up to a minute of the production to `width` pixels; the new pixels a second.
+  double fitTimeline(double width);
+  TimelineGeometry geometry() const;
 
   // ---- Labels: notes on the timeline that nothing else reads ------------------
   // The new label's id.
@@ -508,6 +572,19 @@ class AppModel {
   VariantsStore::Index variantIndex_;
   std::optional<std::string> editingLabel_;
   std::optional<std::string> pickedTake_;
+  // The monitor was emptied by hand; no take shows until one is picked.
+  bool monitorCleared_ = false;
+  std::optional<std::filesystem::path> monitorStill_;
+  std::optional<std::string> lastImported_;
+  std::map<std::filesystem::path, Footage::Answer> probes_;
+  std::set<TimelineGeometry::Lane> mutedLanes_;
+  mutable std::optional<std::set<TimelineGeometry::Lane>> hiddenLanes_;
+  bool fitted_ = false;
+  void landTake(const Take& take, const std::string& summary);
+  void importFilm(const std::filesystem::path& file, std::optional<std::string> replacing, Done done);
+  // The production as the transport should sound it: muted lanes carry no audio.
+  Recording audible() const;
+  void commitZoom(Recording next, const std::string& summary);
   // The film's cut edits end here: the segments take the monitor's take, then the draft.
   void commitCut(Recording next, const std::string& summary);
   const Cut::Placed& oneSegment(const std::vector<Cut::Placed>& placed, const std::string& id) const;

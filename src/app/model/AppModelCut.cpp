@@ -28,6 +28,7 @@ std::vector<Take> AppModel::takes() const {
 }
 
 std::optional<Take> AppModel::monitorTake() const {
+  if (monitorCleared_ || monitorStill_) return std::nullopt;
   const auto all = takes();
   if (pickedTake_)
     for (const auto& t : all)
@@ -43,6 +44,8 @@ void AppModel::selectTake(const std::string& id) {
   auto found = std::find_if(all.begin(), all.end(), [&](const Take& t) { return t.id == id; });
   if (found == all.end()) throw Failure::noSuchTake(id);
   pickedTake_ = id;
+  monitorCleared_ = false;
+  monitorStill_.reset();
   note("the monitor shows take " + id);
   // The picture follows the take; not an undo step, and never on an older version.
   if (isReadOnly() || !found->hasFootage()) return;

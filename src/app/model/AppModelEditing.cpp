@@ -1,5 +1,6 @@
 // Edits of the production and its items, and the clipboard.
 #include <algorithm>
+#include <cstdio>
 #include <cmath>
 #include <set>
 
@@ -198,13 +199,18 @@ void AppModel::deleteItems(const std::vector<std::string>& ids) {
   requireEditable();
   if (ids.empty()) throw Failure::nothingSelected();
   Recording next = *stored_;
-  std::size_t items = 0, zooms = 0;
+  std::size_t items = 0, zooms = 0, cuts = 0;
+  double picture = 0;
+  const auto placed = placedSegments();
   for (const auto& id : ids) {
-    if (stored_->segments)
-      for (const auto& s : *stored_->segments)
-        if (s.id == id)
-          throw Failure::cannotCut("cutting the picture is not part of this build yet, so segment " + id +
-                                   " stays");
+    // A segment goes as a cut does: what follows slides left over the gap.
+    if (std::any_of(placed.begin(), placed.end(), [&](const Cut::Placed& p) { return p.segment.id == id; })) {
+      const auto change = Cut::remove(next, id, cutFootage());
+      if (!change) throw Failure::cannotCut("that is the only picture there is — remove the take instead");
+      picture -= change->delta;
+      ++cuts;
+      continue;
+    }
     auto it = std::find_if(next.timeline.begin(), next.timeline.end(), [&](const TimelineItem& i) { return i.id == id; });
     if (it != next.timeline.end()) {
       next.timeline.erase(it);
@@ -223,12 +229,21 @@ void AppModel::deleteItems(const std::vector<std::string>& ids) {
     if (!zoomFound) throw Failure::noSuchItem(id);
   }
   if (next.zooms && next.zooms->empty()) next.zooms.reset();
-  remember(items ? "the delete" : "the zoom");
+  remember(items ? "the delete" : cuts ? "the cut" : "the zoom");
+  if (cuts) {
+    if (auto take = monitorTake(); take && next.segments)
+      for (auto& s : *next.segments) s.take = take->id;
+  }
   setRecording(std::move(next));
   std::erase_if(selection_, [&](const std::string& id) { return std::find(ids.begin(), ids.end(), id) != ids.end(); });
   scheduleDraft();
   if (items) note("deleted " + plural(items, "item", "items") + " — ⌘Z puts them back");
   if (zooms) note("removed " + plural(zooms, "zoom", "zooms") + " — ⌘Z puts it back");
+  if (cuts) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.2fs", picture);
+    note(std::string(text) + " of picture — ⌘Z puts it back");
+  }
 }
 
 }  // namespace tavorin

@@ -48,6 +48,10 @@ Recording AppModel::open(const fs::path& dir) {
   exportTakeId_.reset();
   previewFont_.reset();
   footageAnswers_.clear();
+  monitorCleared_ = false;
+  monitorStill_.reset();
+  lastImported_.reset();
+  probes_.clear();
   history_.forget();
   pushedThisTurn_ = false;
   pendingName_.reset();

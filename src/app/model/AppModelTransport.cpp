@@ -50,7 +50,7 @@ void AppModel::scheduleTick() {
 void AppModel::playTransport(std::optional<double> from) {
   requireTransport();
   transport_->setPlayhead(playhead_);
-  note(transport_->play(*stored_, *baseDir_, from));
+  note(transport_->play(audible(), *baseDir_, from));
   playhead_ = transport_->playhead();
   scheduleTick();
 }

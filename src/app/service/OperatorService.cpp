@@ -41,6 +41,8 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerRun();
   registerRecord();
   registerSystemReadouts();
+  registerTakes();
+  registerPicture();
   registerWaiting();
 }
 
@@ -207,7 +209,7 @@ JSONValue OperatorService::status() const {
       {"exportSheet", store_.showingExportSheet},
       {"exportSheetArmed", store_.exportSheetArmed},
       {"versionMenu", store_.showingVersionMenu},
-      {"viewer", JSONValue()},
+      {"viewer", viewerReport()},
       {"production", productionReport()},
   });
 }

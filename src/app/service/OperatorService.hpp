@@ -1,5 +1,6 @@
 #pragma once
 #include <asio/awaitable.hpp>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -18,6 +19,8 @@ class Stage;
 struct CameraVerdict;
 class OperatorArgs;
 struct TimelineItem;
+struct Take;
+struct Zoom;
 struct Recording;
 
 // Turns a verb into an act of the running studio. It holds no logic of its own
@@ -88,6 +91,8 @@ class OperatorService {
   void registerRun();
   void registerRecord();
   void registerSystemReadouts();
+  void registerTakes();
+  void registerPicture();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -118,6 +123,17 @@ class OperatorService {
   asio::awaitable<OperatorResult> record(const OperatorArgs& a);
   asio::awaitable<CameraVerdict> checkCamera();
   JSONValue recordStatusReport();
+  Answer takeVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer pictureVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer laneVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> importVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> replaceVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> revealVerb(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> zoomListVerb(const OperatorCommand& c, const OperatorArgs& a);
+  // Starts a model act that lands later and waits for it; its failure is thrown here,
+  // and a refusal before anything starts throws at once.
+  using Start = std::function<void(std::function<void(std::exception_ptr)>)>;
+  static asio::awaitable<void> landed(const Start& start);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
   // Copy and decode off the main actor, then act on the model.
@@ -136,6 +152,12 @@ class OperatorService {
   JSONValue localServerReport() const;
   JSONValue voiceGroupsReport() const;
   JSONValue exportStatusReport() const;
+  JSONValue takeReport(const Take& take) const;
+  JSONValue takesReport() const;
+  JSONValue viewerReport() const;
+  JSONValue segmentsReport() const;
+  JSONValue zoomReport(const Zoom& zoom) const;
+  JSONValue timelineInfo() const;
 
   AppModel& model() const;
 

@@ -158,6 +158,10 @@ OperatorService::Answer OperatorService::editVerbs(const OperatorCommand& c, con
         bool known = rec.item(id) != nullptr;
         if (!known && rec.zooms)
           known = std::any_of(rec.zooms->begin(), rec.zooms->end(), [&](const Zoom& z) { return z.id == id; });
+        if (!known) {
+          const auto placed = m.placedSegments();
+          known = std::any_of(placed.begin(), placed.end(), [&](const Cut::Placed& p) { return p.segment.id == id; });
+        }
         if (!known) throw AppModel::Failure::noSuchItem(id);
       }
       m.select(ids, a.flag("extend").value_or(false));

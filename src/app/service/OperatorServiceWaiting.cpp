@@ -7,9 +7,7 @@ namespace tavorin {
 
 void OperatorService::registerWaiting() {
   waiting("line editing", {"lines"});
-  waiting("recording", {"take.list", "take.select", "import",
-                        "viewer.info", "shoot.info", "take.remove", "take.replace", "take.reveal", "take.dismiss",
-                        "viewer.caption"});
+  waiting("recording", {"shoot.info", "viewer.caption"});
   waiting("the system readouts", {"permissions", "permissions.open", "permissions.show", "permissions.dismiss"});
   waiting("revision", {"revise", "revise.status"});
   waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
@@ -19,9 +17,6 @@ void OperatorService::registerWaiting() {
                                  "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
                                  "sound"});
   waiting("the render queue", {"render", "render.status", "render.samples", "render.cancel"});
-  waiting("the timeline", {"timeline.info", "timeline.items", "segment.list", "segment.split",
-                           "segment.remove", "segment.trim", "segment.set", "segment.rate", "zoom.list", "zoom.add",
-                           "zoom.set", "zoom.remove", "lane.hide", "lane.mute", "waveforms", "timeline.zoom"});
   waiting("variants", {"line.samples", "line.sample.play", "line.sample.use", "line.sample.remove", "line.approve"});
 }
 

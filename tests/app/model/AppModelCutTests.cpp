@@ -6,6 +6,7 @@
 #include "kit/Pasteboard.hpp"
 #include "kit/RecordingStore.hpp"
 #include "kit/TakesStore.hpp"
+#include "kit/Zooms.hpp"
 
 using namespace tavorin;
 using test::refusal;
@@ -136,4 +137,62 @@ TEST_F(AppModelCutTest, TrimAndSetSpeakOfWhatChanged) {
   EXPECT_EQ(refusal([&] { model.trimSegment("s4", 1, 2); }), "no segment s4. Try: tavorinctl segment.list");
   model.selectTake("20260216-094501");
   EXPECT_TRUE(model.recording().segments->size() == 2u);  // a real cut does not follow takes
+}
+
+TEST_F(AppModelCutTest, TheMonitorReportsWhatItShowsAndEmptiesWithoutLosingTheTake) {
+  EXPECT_EQ(model.viewer(), AppModel::Viewer::empty);
+  EXPECT_EQ(refusal([&] { model.clearMonitor(); }), "nothing is on the program monitor");
+  const TakesStore store(dir);
+  store.begin(take("20260216-094501", 12));
+  EXPECT_EQ(model.viewer(), AppModel::Viewer::missing);  // the record is there, the film is not
+  test::writeFile(dir / "takes/20260216-094501/take.mov", "film");
+  EXPECT_EQ(model.viewer(), AppModel::Viewer::take);
+
+  EXPECT_EQ(model.clearMonitor(), "20260216-094501");
+  EXPECT_EQ(model.viewer(), AppModel::Viewer::empty);
+  EXPECT_FALSE(model.monitorTake());
+  EXPECT_TRUE(fs::exists(dir / "takes/20260216-094501/take.json"));
+  model.selectTake("20260216-094501");
+  EXPECT_EQ(model.viewer(), AppModel::Viewer::take);
+}
+
+TEST_F(AppModelCutTest, ARippleDeleteTakesThePickedSegmentOrTheLaterOneAtASeam) {
+  TakesStore(dir).begin(take("20260216-094501", 12));  // 10 seconds between the pads
+  model.splitPicture(4);
+  model.splitPicture(7);
+  model.setPlayhead(4);
+  EXPECT_EQ(model.rippleTarget(), "s2");
+  model.select({"s3"});
+  EXPECT_EQ(model.rippleTarget(), "s3");
+  EXPECT_EQ(model.rippleDelete(), "s3");
+  model.clearSelection();
+  model.setPlayhead(11);
+  EXPECT_FALSE(model.rippleTarget());
+  EXPECT_EQ(refusal([&] { model.rippleDelete(); }), "there is no picture under the playhead to take out");
+}
+
+TEST_F(AppModelCutTest, AZoomChangeIsOneStepWithALineForEachPart) {
+  const std::string id = model.addZoom(1, 2, 2, std::nullopt, std::nullopt, std::nullopt);
+  actor.drain();
+  const std::size_t steps = model.history().past.size();
+  AppModel::ZoomChange change;
+  change.scale = 3;
+  change.x = 0;
+  change.style = "spring";
+  model.changeZoom(id, change);
+  actor.drain();
+  EXPECT_EQ(model.history().past.size(), steps + 1);
+  const auto& events = model.events();
+  ASSERT_GE(events.size(), 3u);
+  EXPECT_EQ(events[events.size() - 3], "zoom z1 closes to 3.00×");
+  EXPECT_EQ(events[events.size() - 2], "zoom z1 aims at 0% × 50%");
+  EXPECT_EQ(events.back(), "zoom z1 arrives fast and settles");
+  // Asking for what is already so changes nothing and adds no step.
+  model.changeZoom(id, change);
+  actor.drain();
+  EXPECT_EQ(model.history().past.size(), steps + 1);
+
+  EXPECT_EQ(model.duplicateZoom(id), "z2");
+  EXPECT_NEAR(Zooms::zoom("z2", model.recording())->from, 3, 1e-9);
+  EXPECT_EQ(refusal([&] { model.duplicateZoom("z9"); }), "no zoom z9. Try: tavorinctl zoom.list");
 }

@@ -159,3 +159,29 @@ TEST_F(AppModelTransportTest, TimecodeCountsFramesOrSeconds) {
   EXPECT_EQ(model.timecode(3661.5), "01:01:01:15");
   EXPECT_EQ(refusal([&] { model.setTimecodeFormat("feet"); }), "'feet' is not a time format. Try: film, seconds");
 }
+
+TEST_F(AppModelTransportTest, AMutedVoiceLanePlaysSilentAndOnlyLanesWithSoundMute) {
+  EXPECT_EQ(refusal([&] { model.setLaneMuted(TimelineGeometry::Lane::screen, true); }),
+            "screen lane makes no sound, so there is nothing to mute. Try: voice or music");
+  // The loudest sample of the next stretch the output plays.
+  const auto loudest = [&](double seconds) {
+    float most = 0;
+    for (float v : output.pull(int(seconds * rate))) most = std::max(most, std::abs(v));
+    actor.advance(40ms);
+    return most;
+  };
+  model.setLaneMuted(TimelineGeometry::Lane::voice, true);
+  model.playTransport();
+  actor.drain();
+  loudest(Playback::lead);
+  EXPECT_EQ(loudest(1), 0.0f);
+  model.stopTransport();
+  // Muting is how the production sounds, not what it holds.
+  EXPECT_TRUE(model.recording().item("l1")->audio.has_value());
+
+  model.setLaneMuted(TimelineGeometry::Lane::voice, false);
+  model.playTransport();
+  actor.drain();
+  loudest(Playback::lead);
+  EXPECT_GT(loudest(1), 0.1f);
+}
