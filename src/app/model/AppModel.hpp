@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <mutex>
 #include <deque>
+#include <map>
+#include <set>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -12,6 +14,7 @@
 #include "app/model/FieldValue.hpp"
 #include "app/model/MainActor.hpp"
 #include "app/model/ManualMainActor.hpp"
+#include "app/model/RenderQueue.hpp"
 #include "app/model/Offloader.hpp"
 #include "app/model/ToastCenter.hpp"
 #include "base/LifetimeToken.hpp"
@@ -30,6 +33,7 @@
 #include "platform/Transport.hpp"
 #include "kit/VoiceGroups.hpp"
 #include "kit/VoiceSpan.hpp"
+#include "kit/VoiceSplit.hpp"
 #include "voice/EngineAnswers.hpp"
 #include "voice/VoiceEngines.hpp"
 #include "voice/VoicePlan.hpp"
@@ -191,6 +195,62 @@ class AppModel {
   // Gives a line an audio file of the user's own, copied into audio/; what follows
   // moves to fit its length. Answers the line's new length.
   double setLineAudio(const std::string& id, const std::filesystem::path& file);
+
+  // ---- Renders ------------------------------------------------------------------
+  // The words behind a file until it lands.
+  struct Spoken {
+    std::vector<std::pair<std::string, std::string>> lines;  // id, text
+    std::string character;
+    std::string voice;
+  };
+  // Made at first use; it lives as long as the model.
+  RenderQueue& renders();
+  const RenderQueue* rendersIfMade() const { return renders_.get(); }
+  // Queues lines (widened to their generations); answers the ids queued.
+  std::vector<std::string> render(const std::vector<std::string>& ids, bool force = false,
+                                  std::optional<int> samples = std::nullopt, bool keepingLanded = false);
+  std::vector<std::string> renderGroups(const std::vector<std::string>& ids, bool force, int samples,
+                                        bool keepingLanded);
+  std::vector<std::string> renderStale(bool includingApproved);
+  // Every line not approved, afresh.
+  void regenerateAllVoices();
+  bool hasLanded(const VoiceGroups::Group& group) const;
+  // What the queue asks: what a ticket is to speak, and where.
+  RenderQueue::Plan renderJob(const std::string& ticket);
+  RenderQueue::Plan groupJob(const std::string& ticket);
+  // Where a finished ticket's audio goes.
+  void applyRender(const std::string& ticket, const RenderResult& result);
+  int sampleCount() const { return sampleCount_; }
+  // Held to 1...8.
+  void setSampleCount(int n);
+  const std::vector<std::string>& heldBackApproved() const { return heldBackApproved_; }
+  const std::optional<std::string>& lastSplitRefusal() const { return lastSplitRefusal_; }
+  const std::map<std::string, Spoken>& spoken() const { return spoken_; }
+  const std::set<std::string>& fellBack() const { return fellBack_; }
+  // Marks a line reviewed, or takes the mark back; without `on` it flips. Answers the new mark.
+  bool approveLine(const std::string& id, std::optional<bool> on);
+
+  // ---- Variants: every audio a line has had -------------------------------------
+  // The line's list, with its live audio at the end when the index lacks it.
+  std::vector<Variant> variants(const std::string& id) const;
+  std::optional<Variant> liveVariant(const std::string& id) const;
+  // Numbers a new variant (or replaces the entry for the same file and slice) and stores it.
+  void keepVariant(Variant variant, const std::string& id);
+  // Refuses noSuchSample.
+  Variant variant(const std::string& id, int number) const;
+  // Refuses cannotVoice when the file has gone.
+  std::filesystem::path variantOnDisk(const std::string& id, int number) const;
+  // Makes a variant the line's audio; for a slice of a generation, all its members move.
+  void useVariant(const std::string& id, int number);
+  // Takes a variant off the list; its file stays.
+  void removeVariant(const std::string& id, int number);
+  // Plays one variant alone through the attached output.
+  void playVariant(const std::string& id, int number);
+  const std::optional<int>& playingVariant() const { return playingVariant_; }
+  // Where the casting room and the sound cues meet the queue; unset, auditions are refused.
+  std::function<RenderQueue::Plan(const std::string&)> auditionJob;
+  std::function<void(const std::string&, const RenderResult&)> auditionFinished;
+  std::function<void(bool failed)> renderDrained;
 
   // ---- The stage script -----------------------------------------------------
   const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
@@ -399,6 +459,32 @@ class AppModel {
   std::shared_ptr<VoiceEngines> engines_;
   std::unique_ptr<EngineAnswers> answers_;
   int localServerRevision_ = 0;
+  // Renders and variants.
+  void landLine(const std::string& id, const std::string& file, const RenderResult& result, const Spoken* said);
+  void landGroup(const std::string& ticket, const RenderResult& result, const std::string& file, std::optional<Spoken> said);
+  void landSlices(const VoiceGroups::Group& group, const RenderResult& result, const std::vector<VoiceSplit::Pause>& pauses,
+                  bool retrying);
+  void keepSlices(const std::string& hash, const RenderResult& result, const std::string& file,
+                  const std::optional<Spoken>& said, const std::vector<VoiceSplit::Pause>& pauses);
+  void splitRefused(const VoiceGroups::Group& group, const std::string& why);
+  void drainedRenders(bool failed);
+  std::optional<Variant> unkeptLive(const std::string& id, const std::vector<Variant>& among) const;
+  void keepLive(const std::string& id);
+  void storeVariants(std::vector<Variant> list, const std::string& id, const std::optional<Variant>& restoring = {},
+                     const std::optional<Variant>& removing = {});
+  void useGroupVariant(const VoiceGroups::Group& group, const Variant& chosen);
+  std::optional<VoiceGroups::Group> sampledGroup(const std::string& id) const;
+  void silenceLine(const std::string& id);
+  std::unique_ptr<RenderQueue> renders_;
+  std::map<std::string, Spoken> spoken_;
+  std::map<std::string, double> sampleDurations_;
+  std::set<std::string> fellBack_;
+  std::set<std::string> retriedGroups_;
+  std::optional<std::string> lastSplitRefusal_;
+  int sampleCount_ = 1;
+  std::vector<std::string> heldBackApproved_;
+  std::optional<int> playingVariant_;
+  std::shared_ptr<MainActor::Timer> variantEnd_;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
   // After `alive_`: its failures reach the feed through a guard.

@@ -36,6 +36,7 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerMusic();
   registerCast();
   registerLineEdits();
+  registerRender();
   registerWaiting();
 }
 

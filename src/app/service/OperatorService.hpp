@@ -76,6 +76,7 @@ class OperatorService {
   void registerMusic();
   void registerCast();
   void registerLineEdits();
+  void registerRender();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -98,6 +99,8 @@ class OperatorService {
   Answer waveformVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer castVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer renderVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer variantVerbs(const OperatorCommand& c, const OperatorArgs& a);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
 
@@ -112,6 +115,7 @@ class OperatorService {
   JSONValue voiceReport() const;
   JSONValue localServerReport() const;
   JSONValue voiceGroupsReport() const;
+  JSONValue renderStatusReport() const;
 
   AppModel& model() const;
 

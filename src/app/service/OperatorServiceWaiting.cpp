@@ -22,11 +22,9 @@ void OperatorService::registerWaiting() {
   waiting("voices and casting", {"cast", "cast.audition", "casting", "casting.dismiss", "casting.cast",
                                  "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
                                  "sound"});
-  waiting("the render queue", {"render", "render.status", "render.samples", "render.cancel"});
   waiting("the timeline", {"timeline.info", "timeline.items", "segment.list", "segment.split",
                            "segment.remove", "segment.trim", "segment.set", "segment.rate", "zoom.list", "zoom.add",
                            "zoom.set", "zoom.remove", "lane.hide", "lane.mute", "waveforms", "timeline.zoom"});
-  waiting("variants", {"line.samples", "line.sample.play", "line.sample.use", "line.sample.remove", "line.approve"});
 }
 
 }  // namespace tavorin
