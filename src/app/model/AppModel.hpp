@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/model/AppModelFailure.hpp"
+#include "app/model/Auditions.hpp"
 #include "app/model/FieldValue.hpp"
 #include "app/model/MainActor.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -220,6 +221,10 @@ class AppModel {
   RenderQueue::Plan groupJob(const std::string& ticket);
   // Where a finished ticket's audio goes.
   void applyRender(const std::string& ticket, const RenderResult& result);
+  // A generation's audio cut at its pauses onto its lines, and what follows moved;
+  // a refused cut is sent again once (with `retrying`), then spoken line by line.
+  void landSlices(const VoiceGroups::Group& group, const RenderResult& result, const std::vector<VoiceSplit::Pause>& pauses,
+                  bool retrying);
   int sampleCount() const { return sampleCount_; }
   // Held to 1...8.
   void setSampleCount(int n);
@@ -251,6 +256,36 @@ class AppModel {
   std::function<RenderQueue::Plan(const std::string&)> auditionJob;
   std::function<void(const std::string&, const RenderResult&)> auditionFinished;
   std::function<void(bool failed)> renderDrained;
+
+  // ---- The casting room: hear a voice before casting it ---------------------------
+  struct CastingCall {
+    std::string character;
+    std::optional<std::string> voice;
+    std::optional<std::string> line;  // who the pick lands on; none for the production
+    std::string tab = "voices";      // voices · past
+  };
+  static constexpr std::string_view castingPrompt =
+      "Say you are marketing an app, and you want real people making videos about it.";
+  // Made at first use, in the support folder.
+  Auditions& auditions();
+  const Auditions* auditionsIfMade() const { return auditions_.get(); }
+  const std::optional<CastingCall>& castingCall() const { return castingCall_; }
+  void openCasting(const std::optional<std::string>& character, const std::optional<std::string>& voice,
+                   const std::optional<std::string>& line, const std::optional<std::string>& tab = std::nullopt);
+  void closeCasting();
+  // Moves the room onto a character and voice.
+  void castingPick(const std::string& character, const std::optional<std::string>& voice);
+  // Queues the words in the voice; answers the ticket.
+  std::string audition(const std::string& character, const std::optional<std::string>& voice, const std::string& prompt);
+  std::string auditionFromRoom(const std::optional<std::string>& character, const std::optional<std::string>& voice,
+                               const std::optional<std::string>& prompt);
+  // The voice's own clip when it has one, else a short line rendered in it; answers what happened.
+  std::string hear(const std::string& character, const std::optional<std::string>& voice);
+  std::string hearVoice(const std::optional<std::string>& line);
+  // Casts on the room's line or the production; the room stays open.
+  void castingUse(const std::optional<std::string>& character, const std::string& voice);
+  // Casts a character and voice on a line or the production, without the room.
+  void castOn(const std::optional<std::string>& line, const std::string& character, const std::optional<std::string>& voice);
 
   // ---- The stage script -----------------------------------------------------
   const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
@@ -462,8 +497,6 @@ class AppModel {
   // Renders and variants.
   void landLine(const std::string& id, const std::string& file, const RenderResult& result, const Spoken* said);
   void landGroup(const std::string& ticket, const RenderResult& result, const std::string& file, std::optional<Spoken> said);
-  void landSlices(const VoiceGroups::Group& group, const RenderResult& result, const std::vector<VoiceSplit::Pause>& pauses,
-                  bool retrying);
   void keepSlices(const std::string& hash, const RenderResult& result, const std::string& file,
                   const std::optional<Spoken>& said, const std::vector<VoiceSplit::Pause>& pauses);
   void splitRefused(const VoiceGroups::Group& group, const std::string& why);
@@ -476,6 +509,8 @@ class AppModel {
   std::optional<VoiceGroups::Group> sampledGroup(const std::string& id) const;
   void silenceLine(const std::string& id);
   std::unique_ptr<RenderQueue> renders_;
+  std::unique_ptr<Auditions> auditions_;
+  std::optional<CastingCall> castingCall_;
   std::map<std::string, Spoken> spoken_;
   std::map<std::string, double> sampleDurations_;
   std::set<std::string> fellBack_;

@@ -57,6 +57,7 @@ RenderQueue& AppModel::renders() {
 
 void AppModel::drainedRenders(bool failed) {
   spoken_.clear();
+  if (auditions_ && renders_) auditions_->sweep(renders_->states());
   if (renderDrained) renderDrained(failed);
   note(failed ? "render queue drained with failures" : "render queue drained");
 }

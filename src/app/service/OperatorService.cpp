@@ -37,6 +37,7 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerCast();
   registerLineEdits();
   registerRender();
+  registerCasting();
   registerWaiting();
 }
 

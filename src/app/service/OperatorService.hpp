@@ -77,6 +77,7 @@ class OperatorService {
   void registerCast();
   void registerLineEdits();
   void registerRender();
+  void registerCasting();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -101,6 +102,7 @@ class OperatorService {
   Answer lineEditVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer renderVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer variantVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer castingVerbs(const OperatorCommand& c, const OperatorArgs& a);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
 
@@ -116,6 +118,7 @@ class OperatorService {
   JSONValue localServerReport() const;
   JSONValue voiceGroupsReport() const;
   JSONValue renderStatusReport() const;
+  JSONValue castingReport() const;
 
   AppModel& model() const;
 

@@ -19,9 +19,7 @@ void OperatorService::registerWaiting() {
                      "export.size", "export.quality", "export.rate", "export.destination", "export.status",
                      "export.cancel", "exports", "publish.youtube", "youtube", "youtube.connect",
                      "youtube.disconnect", "youtube.privacy", "publish.status"});
-  waiting("voices and casting", {"cast", "cast.audition", "casting", "casting.dismiss", "casting.cast",
-                                 "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
-                                 "sound"});
+  waiting("the sound cues", {"sound"});
   waiting("the timeline", {"timeline.info", "timeline.items", "segment.list", "segment.split",
                            "segment.remove", "segment.trim", "segment.set", "segment.rate", "zoom.list", "zoom.add",
                            "zoom.set", "zoom.remove", "lane.hide", "lane.mute", "waveforms", "timeline.zoom"});
