@@ -186,8 +186,9 @@ TEST_F(RenderEndToEnd, AStudioKilledMidRenderLosesNoLandedVariant) {
     }
   EXPECT_GE(listed, landedBefore);
   // No half-written file under a render's name: whatever was cut off is not a .wav.
-  for (const auto& entry : fs::directory_iterator(production() / "audio"))
+  for (const auto& entry : fs::directory_iterator(production() / "audio")) {
     if (entry.path().extension() == ".wav") EXPECT_TRUE(AudioFile::seconds(entry.path())) << entry.path();
+  }
 
   // The next studio opens the production with every landed variant, and renders on.
   launch();

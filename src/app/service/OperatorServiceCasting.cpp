@@ -59,13 +59,15 @@ OperatorService::Answer OperatorService::castingVerbs(const OperatorCommand& c, 
       JSONValue::Array voices;
       for (const auto& voice : person.voices) {
         if (v == "cast" && filter && !named && !holds(voice.id, *filter) && !holds(voice.name, *filter)) continue;
-        JSONValue::Object row{{"id", voice.id},
-                              {"name", voice.name},
-                              {"enabled", voice.enabled},
-                              {"source", Reports::text(voice.source)},
-                              {"preview", Reports::text(voice.preview)}};
-        if (v == "casting.cast") row.emplace("auditions", static_cast<long long>(m.auditions().count(person.id, voice.id)));
-        voices.push_back(JSONValue(std::move(row)));
+        // How many takes the room kept; only the picker's own listing counts them.
+        JSONValue kept;
+        if (v == "casting.cast") kept = JSONValue(static_cast<long long>(m.auditions().count(person.id, voice.id)));
+        voices.push_back(JSONValue::object({{"id", voice.id},
+                                            {"name", voice.name},
+                                            {"enabled", voice.enabled},
+                                            {"source", Reports::text(voice.source)},
+                                            {"preview", Reports::text(voice.preview)},
+                                            {"auditions", std::move(kept)}}));
       }
       if (!named && voices.empty()) continue;
       if (v == "casting.cast" && filter && !named) continue;
@@ -74,16 +76,13 @@ OperatorService::Answer OperatorService::castingVerbs(const OperatorCommand& c, 
                                           {"defaultVoice", Reports::text(person.defaultVoiceId())},
                                           {"voices", JSONValue(std::move(voices))}}));
     }
-    JSONValue::Object out{{"driver", m.driver()->name()}, {"characters", JSONValue(std::move(people))}};
-    if (m.isOpen()) {
-      out.emplace("character", Reports::text(m.recording().voice.character));
-      out.emplace("voice", Reports::text(m.productionVoiceName()));
-    }
-    if (v == "casting.cast") {
-      out.emplace("pick", pick ? JSONValue(*pick) : JSONValue());
-      out.emplace("pickVoice", Reports::text(pickVoice));
-    }
-    return OperatorResult::success(JSONValue(std::move(out)));
+    return OperatorResult::success(
+        JSONValue::object({{"driver", m.driver()->name()},
+                           {"characters", JSONValue(std::move(people))},
+                           {"character", m.isOpen() ? Reports::text(m.recording().voice.character) : JSONValue()},
+                           {"voice", Reports::text(m.isOpen() ? m.productionVoiceName() : std::nullopt)},
+                           {"pick", Reports::text(pick)},
+                           {"pickVoice", Reports::text(pickVoice)}}));
   }
   if (v == "cast.audition") {
     const std::string said = m.hear(*a.text("character"), a.text("voice"));
