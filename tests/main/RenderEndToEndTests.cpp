@@ -202,3 +202,43 @@ TEST_F(RenderEndToEnd, AStudioKilledMidRenderLosesNoLandedVariant) {
   EXPECT_EQ(str(*(*after["lines"]->arrayValue())[7]["render"], "state"), "done") << after.encode();
   EXPECT_GE(*ok({"line.samples", "id=l8"})["count"]->intValue(), 1);
 }
+
+TEST_F(RenderEndToEnd, TheCastingRoomAuditionsAndCasts) {
+  test::SpeechServerProcess speech;
+  castTheDemo(speech);
+  const JSONValue cast = ok({"cast", "filter=espeak"});
+  ASSERT_EQ(cast["characters"]->arrayValue()->size(), 1u);
+  const std::string voice = str((*cast["characters"]->arrayValue())[0], "defaultVoice");
+  EXPECT_EQ(str(cast, "character"), "espeak-ng");
+  EXPECT_TRUE(ok({"cast", "filter=nobody-by-that-name"})["characters"]->arrayValue()->empty());
+
+  EXPECT_NE(ctl({"casting.use", "voice=" + voice}).rc, 0);  // the room is shut
+  const JSONValue room = ok({"casting", "line=l3"});
+  EXPECT_EQ(*room["open"]->boolValue(), true);
+  EXPECT_EQ(str(room, "character"), "espeak-ng");
+  EXPECT_EQ(str(room, "line"), "l3");
+  EXPECT_NE(ctl({"casting", "tab=elsewhere"}).rc, 0);
+
+  const JSONValue asked = ok({"casting.audition", "character=espeak-ng", "prompt=Try this voice on for size."});
+  EXPECT_TRUE(str(asked, "ticket").starts_with("audition:"));
+  untilIdle();
+  const JSONValue history = ok({"casting.history", "character=espeak-ng", "voice=" + voice});
+  const auto& takes = *(*history["voices"])[voice]->arrayValue();
+  ASSERT_EQ(takes.size(), 1u);
+  EXPECT_EQ(str(takes[0], "prompt"), "Try this voice on for size.");
+  EXPECT_GT(*takes[0]["seconds"]->doubleValue(), 0.5);
+  EXPECT_TRUE(fs::exists(dir / "support/auditions/espeak-ng" / voice / str(takes[0], "file")));
+  const JSONValue listed = ok({"casting.cast", "character=espeak-ng"});
+  EXPECT_EQ(*(*(*listed["characters"]->arrayValue())[0]["voices"]->arrayValue())[0]["auditions"]->intValue(), 1);
+
+  // An audition never touches the production; casting from the room does.
+  const JSONValue before = ok({"render.status"});
+  EXPECT_TRUE((*before["lines"]->arrayValue())[2]["audio"]->isNull());
+  ok({"casting.use", "voice=" + voice});
+  ok({"casting.dismiss"});
+  EXPECT_EQ(*ok({"casting.cast"})["pick"], JSONValue());
+  ok({"cast.use", "character=espeak-ng", "voice=" + voice, "line=l4"});
+  EXPECT_EQ(str(ok({"voice.preview", "line=l4"}), "said"), "rendering — this one takes a moment");
+  EXPECT_NE(ctl({"voice.preview", "line=l99"}).rc, 0);
+  untilIdle();
+}

@@ -53,6 +53,9 @@ class CorvaneDriver final : public VoiceDriver {
 
   // Decodes what `voices.py list` prints; throws on anything else.
   static Listing decodeListing(const std::string& json);
+  // Health with the counts of a cast.
+  static DriverHealth healthOf(const std::vector<DriverCharacter>& cast, bool present, bool clones, std::string source,
+                               std::optional<std::string> note);
 
   const std::filesystem::path& charactersRoot() const { return charactersRoot_; }
   const std::filesystem::path& script() const { return script_; }
