@@ -103,6 +103,7 @@ class RenderModel : public ::testing::Test {
   test::ScopedEnv support{"TAVORIN_SUPPORT", (tmp / "support").string()};
   ManualMainActor actor;
   MemoryPasteboard pasteboard;
+  OfflineAudioOutput output;  // outlives the model, which plays into it to the end
   AppModel model{actor, SessionStore(tmp / "support/session.json"), pasteboard};
   std::shared_ptr<ToneDriver> driver = std::make_shared<ToneDriver>();
   std::shared_ptr<VoiceEngines> engines;
@@ -310,7 +311,6 @@ TEST_F(RenderModel, ALineDeletedWhileItRendersKeepsItsVariant) {
 }
 
 TEST_F(RenderModel, AnAuditionIsRenderedThroughTheQueueAndKeptWithTheVoice) {
-  OfflineAudioOutput output;
   model.attachAudio(output);
   EXPECT_EQ(refusal([&] { model.auditionFromRoom(std::nullopt, std::nullopt, std::string("Hi.")); }),
             "the casting room is shut");
