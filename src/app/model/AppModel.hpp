@@ -508,6 +508,26 @@ class AppModel {
   void useGroupVariant(const VoiceGroups::Group& group, const Variant& chosen);
   std::optional<VoiceGroups::Group> sampledGroup(const std::string& id) const;
   void silenceLine(const std::string& id);
+  void writeVariants(const std::string& id);
+  // While held, the index is written once when the hold ends: a generation's slices land as one write.
+  int variantWritesHeld_ = 0;
+  std::optional<std::string> heldVariantWrite_;
+  class VariantWrites {
+   public:
+    explicit VariantWrites(AppModel& m) : m_(m) { ++m_.variantWritesHeld_; }
+    ~VariantWrites() {
+      if (--m_.variantWritesHeld_ == 0 && m_.heldVariantWrite_) {
+        const std::string id = *m_.heldVariantWrite_;
+        m_.heldVariantWrite_.reset();
+        m_.writeVariants(id);
+      }
+    }
+    VariantWrites(const VariantWrites&) = delete;
+    VariantWrites& operator=(const VariantWrites&) = delete;
+
+   private:
+    AppModel& m_;
+  };
   std::unique_ptr<RenderQueue> renders_;
   std::unique_ptr<Auditions> auditions_;
   std::optional<CastingCall> castingCall_;

@@ -335,6 +335,7 @@ void AppModel::keepSlices(const std::string& hash, const RenderResult& result, c
     note("variant of " + RenderQueue::name(ids) + " would not split; kept as " + file);
     return;
   }
+  VariantWrites oneWrite(*this);
   for (const auto& slice : outcome.sliced) {
     Variant v;
     v.file = "audio/" + file;
@@ -372,6 +373,7 @@ void AppModel::landSlices(const VoiceGroups::Group& group, const RenderResult& r
   const std::string file = "audio/" + result.audioURL.filename().string();
   const auto oldEnd = Schedule::end(group.lineIds, *stored_);
   const auto voice = result.usedVoice ? result.usedVoice : group.voice;
+  VariantWrites oneWrite(*this);
   for (const auto& id : group.lineIds) keepLive(id);
 
   Recording next = *stored_;

@@ -85,6 +85,14 @@ void AppModel::storeVariants(std::vector<Variant> list, const std::string& id, c
     std::erase_if(gone, [&](const Variant& v) { return v.number == restoring->number; });
     if (gone.empty()) variantIndex_.removed.erase(id);
   }
+  if (variantWritesHeld_ > 0) {
+    heldVariantWrite_ = id;
+    return;
+  }
+  writeVariants(id);
+}
+
+void AppModel::writeVariants(const std::string& id) {
   if (!baseDir_) return;
   try {
     // Written at once and atomically: a landed variant survives a crash a moment later.
