@@ -165,11 +165,12 @@ OperatorService::Answer OperatorService::variantVerbs(const OperatorCommand& c, 
   if (v == "line.samples") {
     JSONValue::Array list;
     for (const auto& each : m.variants(*id)) list.push_back(variantReport(each, *line));
-    const auto live = m.liveVariant(*id);
+    JSONValue live;
+    if (const auto found = m.liveVariant(*id)) live = JSONValue(static_cast<long long>(found->number));
     return OperatorResult::success(JSONValue::object(
         {{"id", *id},
          {"count", static_cast<long long>(list.size())},
-         {"live", live ? JSONValue(static_cast<long long>(live->number)) : JSONValue()},
+         {"live", std::move(live)},
          {"stale", Reports::text(rec.staleReason(*line))},
          {"samples", JSONValue(std::move(list))}}));
   }
