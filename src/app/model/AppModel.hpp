@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "app/model/AppModelFailure.hpp"
+#include "app/model/Auditions.hpp"
 #include "app/model/FieldValue.hpp"
 #include "app/model/FilmExporter.hpp"
 #include "app/model/MainActor.hpp"
 #include "app/model/ManualMainActor.hpp"
+#include "app/model/RenderQueue.hpp"
 #include "app/model/Offloader.hpp"
 #include "app/model/ToastCenter.hpp"
 #include "base/LifetimeToken.hpp"
@@ -42,6 +44,7 @@
 #include "platform/Transport.hpp"
 #include "kit/VoiceGroups.hpp"
 #include "kit/VoiceSpan.hpp"
+#include "kit/VoiceSplit.hpp"
 #include "voice/EngineAnswers.hpp"
 #include "voice/VoiceEngines.hpp"
 #include "voice/VoicePlan.hpp"
@@ -205,6 +208,96 @@ class AppModel {
   // Gives a line an audio file of the user's own, copied into audio/; what follows
   // moves to fit its length. Answers the line's new length.
   double setLineAudio(const std::string& id, const std::filesystem::path& file);
+
+  // ---- Renders ------------------------------------------------------------------
+  // The words behind a file until it lands.
+  struct Spoken {
+    std::vector<std::pair<std::string, std::string>> lines;  // id, text
+    std::string character;
+    std::string voice;
+  };
+  // Made at first use; it lives as long as the model.
+  RenderQueue& renders();
+  const RenderQueue* rendersIfMade() const { return renders_.get(); }
+  // Queues lines (widened to their generations); answers the ids queued.
+  std::vector<std::string> render(const std::vector<std::string>& ids, bool force = false,
+                                  std::optional<int> samples = std::nullopt, bool keepingLanded = false);
+  std::vector<std::string> renderGroups(const std::vector<std::string>& ids, bool force, int samples,
+                                        bool keepingLanded);
+  std::vector<std::string> renderStale(bool includingApproved);
+  // Every line not approved, afresh.
+  void regenerateAllVoices();
+  bool hasLanded(const VoiceGroups::Group& group) const;
+  // What the queue asks: what a ticket is to speak, and where.
+  RenderQueue::Plan renderJob(const std::string& ticket);
+  RenderQueue::Plan groupJob(const std::string& ticket);
+  // Where a finished ticket's audio goes.
+  void applyRender(const std::string& ticket, const RenderResult& result);
+  // A generation's audio cut at its pauses onto its lines, and what follows moved;
+  // a refused cut is sent again once (with `retrying`), then spoken line by line.
+  void landSlices(const VoiceGroups::Group& group, const RenderResult& result, const std::vector<VoiceSplit::Pause>& pauses,
+                  bool retrying);
+  int sampleCount() const { return sampleCount_; }
+  // Held to 1...8.
+  void setSampleCount(int n);
+  const std::vector<std::string>& heldBackApproved() const { return heldBackApproved_; }
+  const std::optional<std::string>& lastSplitRefusal() const { return lastSplitRefusal_; }
+  const std::map<std::string, Spoken>& spoken() const { return spoken_; }
+  const std::set<std::string>& fellBack() const { return fellBack_; }
+  // Marks a line reviewed, or takes the mark back; without `on` it flips. Answers the new mark.
+  bool approveLine(const std::string& id, std::optional<bool> on);
+
+  // ---- Variants: every audio a line has had -------------------------------------
+  // The line's list, with its live audio at the end when the index lacks it.
+  std::vector<Variant> variants(const std::string& id) const;
+  std::optional<Variant> liveVariant(const std::string& id) const;
+  // Numbers a new variant (or replaces the entry for the same file and slice) and stores it.
+  void keepVariant(Variant variant, const std::string& id);
+  // Refuses noSuchSample.
+  Variant variant(const std::string& id, int number) const;
+  // Refuses cannotVoice when the file has gone.
+  std::filesystem::path variantOnDisk(const std::string& id, int number) const;
+  // Makes a variant the line's audio; for a slice of a generation, all its members move.
+  void useVariant(const std::string& id, int number);
+  // Takes a variant off the list; its file stays.
+  void removeVariant(const std::string& id, int number);
+  // Plays one variant alone through the attached output.
+  void playVariant(const std::string& id, int number);
+  const std::optional<int>& playingVariant() const { return playingVariant_; }
+  // Where the casting room and the sound cues meet the queue; unset, auditions are refused.
+  std::function<RenderQueue::Plan(const std::string&)> auditionJob;
+  std::function<void(const std::string&, const RenderResult&)> auditionFinished;
+  std::function<void(bool failed)> renderDrained;
+
+  // ---- The casting room: hear a voice before casting it ---------------------------
+  struct CastingCall {
+    std::string character;
+    std::optional<std::string> voice;
+    std::optional<std::string> line;  // who the pick lands on; none for the production
+    std::string tab = "voices";      // voices · past
+  };
+  static constexpr std::string_view castingPrompt =
+      "Say you are marketing an app, and you want real people making videos about it.";
+  // Made at first use, in the support folder.
+  Auditions& auditions();
+  const Auditions* auditionsIfMade() const { return auditions_.get(); }
+  const std::optional<CastingCall>& castingCall() const { return castingCall_; }
+  void openCasting(const std::optional<std::string>& character, const std::optional<std::string>& voice,
+                   const std::optional<std::string>& line, const std::optional<std::string>& tab = std::nullopt);
+  void closeCasting();
+  // Moves the room onto a character and voice.
+  void castingPick(const std::string& character, const std::optional<std::string>& voice);
+  // Queues the words in the voice; answers the ticket.
+  std::string audition(const std::string& character, const std::optional<std::string>& voice, const std::string& prompt);
+  std::string auditionFromRoom(const std::optional<std::string>& character, const std::optional<std::string>& voice,
+                               const std::optional<std::string>& prompt);
+  // The voice's own clip when it has one, else a short line rendered in it; answers what happened.
+  std::string hear(const std::string& character, const std::optional<std::string>& voice);
+  std::string hearVoice(const std::optional<std::string>& line);
+  // Casts on the room's line or the production; the room stays open.
+  void castingUse(const std::optional<std::string>& character, const std::string& voice);
+  // Casts a character and voice on a line or the production, without the room.
+  void castOn(const std::optional<std::string>& line, const std::string& character, const std::optional<std::string>& voice);
 
   // ---- The stage script -----------------------------------------------------
   const std::vector<Blocking::Step>& blockingSteps() const { return blockingSteps_; }
@@ -603,6 +696,52 @@ class AppModel {
   std::shared_ptr<VoiceEngines> engines_;
   std::unique_ptr<EngineAnswers> answers_;
   int localServerRevision_ = 0;
+  // Renders and variants.
+  void landLine(const std::string& id, const std::string& file, const RenderResult& result, const Spoken* said);
+  void landGroup(const std::string& ticket, const RenderResult& result, const std::string& file, std::optional<Spoken> said);
+  void keepSlices(const std::string& hash, const RenderResult& result, const std::string& file,
+                  const std::optional<Spoken>& said, const std::vector<VoiceSplit::Pause>& pauses);
+  void splitRefused(const VoiceGroups::Group& group, const std::string& why);
+  void drainedRenders(bool failed);
+  std::optional<Variant> unkeptLive(const std::string& id, const std::vector<Variant>& among) const;
+  void keepLive(const std::string& id);
+  void storeVariants(std::vector<Variant> list, const std::string& id, const std::optional<Variant>& restoring = {},
+                     const std::optional<Variant>& removing = {});
+  void useGroupVariant(const VoiceGroups::Group& group, const Variant& chosen);
+  std::optional<VoiceGroups::Group> sampledGroup(const std::string& id) const;
+  void silenceLine(const std::string& id);
+  void writeVariants(const std::string& id);
+  // While held, the index is written once when the hold ends: a generation's slices land as one write.
+  int variantWritesHeld_ = 0;
+  std::optional<std::string> heldVariantWrite_;
+  class VariantWrites {
+   public:
+    explicit VariantWrites(AppModel& m) : m_(m) { ++m_.variantWritesHeld_; }
+    ~VariantWrites() {
+      if (--m_.variantWritesHeld_ == 0 && m_.heldVariantWrite_) {
+        const std::string id = *m_.heldVariantWrite_;
+        m_.heldVariantWrite_.reset();
+        m_.writeVariants(id);
+      }
+    }
+    VariantWrites(const VariantWrites&) = delete;
+    VariantWrites& operator=(const VariantWrites&) = delete;
+
+   private:
+    AppModel& m_;
+  };
+  std::unique_ptr<RenderQueue> renders_;
+  std::unique_ptr<Auditions> auditions_;
+  std::optional<CastingCall> castingCall_;
+  std::map<std::string, Spoken> spoken_;
+  std::map<std::string, double> sampleDurations_;
+  std::set<std::string> fellBack_;
+  std::set<std::string> retriedGroups_;
+  std::optional<std::string> lastSplitRefusal_;
+  int sampleCount_ = 1;
+  std::vector<std::string> heldBackApproved_;
+  std::optional<int> playingVariant_;
+  std::shared_ptr<MainActor::Timer> variantEnd_;
   // Guards posted work against a model that is gone.
   LifetimeToken alive_;
   std::unique_ptr<FilmExporter> exporter_;

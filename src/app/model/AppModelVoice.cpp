@@ -8,6 +8,7 @@
 #include "platform/UserDefaults.hpp"
 #include "voice/AudioFile.hpp"
 #include "voice/VoiceLadder.hpp"
+#include "voice/corvane/CorvaneDriver.hpp"
 #include "voice/local/LocalDriver.hpp"
 
 namespace tavorin {
@@ -33,7 +34,8 @@ void AppModel::useVoiceEngines(std::shared_ptr<VoiceEngines> engines, EngineAnsw
 const VoiceEngines& AppModel::engines() {
   if (!engines_) {
     // Kokoro's driver arrives with its own engine; until then it says so.
-    auto standard = std::make_shared<VoiceEngines>(VoiceEngines::corvaneReleased(UserDefaults::standard()), nullptr,
+    const bool corvaneOpen = VoiceEngines::corvaneReleased(UserDefaults::standard());
+    auto standard = std::make_shared<VoiceEngines>(corvaneOpen, corvaneOpen ? std::make_shared<CorvaneDriver>() : nullptr,
                                                    std::make_shared<ComingSoon>("kokoro"),
                                                    std::make_shared<LocalDriver>(LocalServer::file()));
     // The engines' own answers never throw: a failure is an absent engine.

@@ -43,6 +43,8 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerSystemReadouts();
   registerTakes();
   registerPicture();
+  registerRender();
+  registerCasting();
   registerWaiting();
 }
 

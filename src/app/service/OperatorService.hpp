@@ -93,6 +93,8 @@ class OperatorService {
   void registerSystemReadouts();
   void registerTakes();
   void registerPicture();
+  void registerRender();
+  void registerCasting();
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
@@ -134,6 +136,9 @@ class OperatorService {
   // and a refusal before anything starts throws at once.
   using Start = std::function<void(std::function<void(std::exception_ptr)>)>;
   static asio::awaitable<void> landed(const Start& start);
+  Answer renderVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer variantVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer castingVerbs(const OperatorCommand& c, const OperatorArgs& a);
   // Asks every engine again and answers once they have all replied.
   asio::awaitable<OperatorResult> voiceCheck();
   // Copy and decode off the main actor, then act on the model.
@@ -158,6 +163,8 @@ class OperatorService {
   JSONValue segmentsReport() const;
   JSONValue zoomReport(const Zoom& zoom) const;
   JSONValue timelineInfo() const;
+  JSONValue renderStatusReport() const;
+  JSONValue castingReport() const;
 
   AppModel& model() const;
 

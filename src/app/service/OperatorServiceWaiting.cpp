@@ -13,11 +13,7 @@ void OperatorService::registerWaiting() {
   waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
   waiting("export", {"publish.youtube", "youtube", "youtube.connect", "youtube.disconnect", "youtube.privacy",
                      "publish.status"});
-  waiting("voices and casting", {"cast", "cast.audition", "casting", "casting.dismiss", "casting.cast",
-                                 "casting.audition", "casting.history", "casting.use", "voice.preview", "cast.use",
-                                 "sound"});
-  waiting("the render queue", {"render", "render.status", "render.samples", "render.cancel"});
-  waiting("variants", {"line.samples", "line.sample.play", "line.sample.use", "line.sample.remove", "line.approve"});
+  waiting("the sound cues", {"sound"});
 }
 
 }  // namespace tavorin

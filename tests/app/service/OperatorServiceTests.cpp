@@ -162,17 +162,17 @@ TEST_F(OperatorServiceTest, EveryRowHasAHandlerOrWaitsForItsCapability) {
 // waits, and a verb that was waiting for its part of the studio answers once that
 // part registers it.
 TEST_F(OperatorServiceTest, AVerbThatWaitsLetsTheOthersAnswer) {
-  EXPECT_EQ(error("render", {{"all", "1"}}), "unhandled verb 'render'");
+  EXPECT_EQ(error("sound", {{"all", "1"}}), "unhandled verb 'sound'");
   asio::io_context context;
   asio::steady_timer done(context, asio::steady_timer::time_point::max());
-  service.on("render", [&](const OperatorCommand& c, const OperatorArgs& a) -> asio::awaitable<OperatorResult> {
+  service.on("sound", [&](const OperatorCommand& c, const OperatorArgs& a) -> asio::awaitable<OperatorResult> {
     std::error_code ec;
     co_await done.async_wait(asio::redirect_error(asio::use_awaitable, ec));
     // The command and its arguments live until the answer.
     co_return OperatorResult::success(JSONValue::object({{"verb", c.verb}, {"all", *a.text("all")}}));
   });
-  EXPECT_FALSE(service.waitingFor("render"));
-  EXPECT_THROW(service.on("render", {}), std::logic_error);
+  EXPECT_FALSE(service.waitingFor("sound"));
+  EXPECT_THROW(service.on("sound", {}), std::logic_error);
 
   std::vector<std::string> answered;
   auto ask = [&](std::string verb, std::map<std::string, std::string> args) {
@@ -181,9 +181,9 @@ TEST_F(OperatorServiceTest, AVerbThatWaitsLetsTheOthersAnswer) {
                      answered.push_back(verb + (r.data ? " " + r.data->encode() : " " + r.error.value_or("")));
                    });
   };
-  ask("render", {{"all", "1"}});
+  ask("sound", {{"all", "1"}});
   ask("ping", {});
-  // Everything that can run while the render waits.
+  // Everything that can run while the sound cue waits.
   while (context.poll() > 0) {
   }
   ASSERT_EQ(answered, (std::vector<std::string>{R"(ping {"pong":true})"}));
@@ -191,7 +191,7 @@ TEST_F(OperatorServiceTest, AVerbThatWaitsLetsTheOthersAnswer) {
   context.restart();
   context.run();
   ASSERT_EQ(answered.size(), 2u);
-  EXPECT_EQ(answered[1], R"(render {"all":"1","verb":"render"})");
+  EXPECT_EQ(answered[1], R"(sound {"all":"1","verb":"sound"})");
 }
 
 TEST_F(OperatorServiceTest, AFormerSpellingAnswersAsItsVerb) {
