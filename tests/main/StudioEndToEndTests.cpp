@@ -10,7 +10,6 @@
 #include "operator/JSONValue.hpp"
 #include "operator/OperatorControlFile.hpp"
 #include "operator/OperatorWire.hpp"
-#include "kit/TakesStore.hpp"
 
 #include <sstream>
 #include <thread>
@@ -280,20 +279,14 @@ TEST_F(StudioEndToEnd, AFilmIsExportedThroughTavorinctl) {
   ok({"project.create", "name=Films"});
   const std::string slug = str(ok({"recording.new", "title=Tour"}), "slug");
   const fs::path production = dir / "root/Films/recordings" / slug;
-  // The take a shoot would have written: three seconds of test pattern with a tone.
-  Take take;
-  take.id = "20260216-094501";
-  take.startedAt = "2026-02-16T09:45:01Z";
-  take.seconds = 3;
-  take.video = "take.mp4";
-  take.fromVersion = "v0001";
-  take.scheduleDigest = "d";
-  take.status = Take::Status::complete;
-  const fs::path film = TakesStore(production).begin(take) / take.video;
+  // A film made here comes in as a take, as one dropped on the window would.
+  const fs::path film = dir / "tour film.mp4";
   ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc=size=320x240:rate=25 -f lavfi -i sine=frequency=300 "
                          "-t 3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest '" +
                          film.string() + "'").c_str()),
             0);
+  ok({"import", "path=" + film.string()});
+  ASSERT_EQ(ok({"take.list"})["takes"]->arrayValue()->size(), 1u);
 
   EXPECT_EQ(str(ok({"look", "on=1", "preset=dusk"}), "preset"), "dusk");
   EXPECT_EQ(str(ok({"export"}), "phase"), "running");

@@ -14,7 +14,7 @@ bool holds(const std::string& text, const std::string& part) {
   return Text::lower(text).find(Text::lower(part)) != std::string::npos;
 }
 
-JSONValue takesReport(const std::vector<Auditions::Take>& takes) {
+JSONValue auditionTakesReport(const std::vector<Auditions::Take>& takes) {
   JSONValue::Array out;
   for (const auto& t : takes)
     out.push_back(JSONValue::object({{"file", t.file},
@@ -119,7 +119,7 @@ OperatorService::Answer OperatorService::castingVerbs(const OperatorCommand& c, 
       for (const auto& person : m.cast())
         if (person.id == character)
           for (const auto& each : person.voices) ids.push_back(each.id);
-    for (const auto& id : ids) voices.emplace(id, takesReport(m.auditions().takes(character, id)));
+    for (const auto& id : ids) voices.emplace(id, auditionTakesReport(m.auditions().takes(character, id)));
     return OperatorResult::success(JSONValue::object({{"character", character}, {"voices", JSONValue(std::move(voices))}}));
   }
   if (v == "casting.use") {
