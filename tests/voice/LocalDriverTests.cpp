@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <mutex>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
@@ -273,11 +274,34 @@ TEST(LocalDriverRender, AsksWithoutAFormatWhenTheFormatIsRefusedAndTranscodes) {
   EXPECT_EQ(bodies(stub), (std::vector<json>{{{"input", "Hello."}, {"response_format", "wav"}}, {{"input", "Hello."}}}));
 }
 
+// What the stub answers. The test sets it while the stub's thread may still be
+// sending the last answer (a client that refuses early does not wait for it).
+namespace {
+template <class T>
+class Shared {
+ public:
+  explicit Shared(T value = T()) : value_(std::move(value)) {}
+  void operator=(T value) {
+    std::lock_guard guard(lock_);
+    value_ = std::move(value);
+  }
+  T get() const {
+    std::lock_guard guard(lock_);
+    return value_;
+  }
+
+ private:
+  mutable std::mutex lock_;
+  T value_;
+};
+}  // namespace
+
 TEST(LocalDriverRender, RefusalsCarryWhatTheServerSaid) {
   Fixture fixture;
-  std::string reply;
-  int status = 400;
-  auto stub = speechStub([&](const json&, StubConnection& connection) { connection.respond(status, "text/html", reply); });
+  Shared<std::string> reply;
+  Shared<int> status(400);
+  auto stub = speechStub(
+      [&](const json&, StubConnection& connection) { connection.respond(status.get(), "text/html", reply.get()); });
   LocalDriver driver = fixture.driver(stub.url(), "sk-2");
   const std::string prefix = "The server at " + stub.url() + " could not render this line (HTTP ";
   auto attempt = [&] { return test::refusal([&] { driver.render("Hi.", "m", "v", fixture.audio()); }); };
@@ -301,8 +325,8 @@ TEST(LocalDriverRender, RefusalsCarryWhatTheServerSaid) {
 
 TEST(LocalDriverRender, NoSoundLeavesThePreviousAudioAndNoPartialFile) {
   Fixture fixture;
-  std::string reply;
-  auto stub = speechStub([&](const json&, StubConnection& connection) { connection.respond(200, "audio/wav", reply); });
+  Shared<std::string> reply;
+  auto stub = speechStub([&](const json&, StubConnection& connection) { connection.respond(200, "audio/wav", reply.get()); });
   LocalDriver driver = fixture.driver(stub.url());
   test::writeFile(fixture.audio(), "the line's previous audio");
   const std::string silent = "The server at " + stub.url() + " returned no audio.";
