@@ -7,6 +7,7 @@
 
 #include "Processes.hpp"
 #include "TestSupport.hpp"
+#include "main/StudioFixture.hpp"
 #include "kit/VariantsStore.hpp"
 #include "operator/JSONValue.hpp"
 #include "voice/AudioFile.hpp"
@@ -18,50 +19,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Reply {
-  int rc = -1;
-  JSONValue data;
-  std::string err;
-};
-
-class RenderEndToEnd : public ::testing::Test {
+class RenderEndToEnd : public test::StudioFixture {
  protected:
-  void SetUp() override {
-    fs::create_directories(dir / "home");
-    env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
-           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(),
-           "SDL_AUDIODRIVER=dummy"};
-    launch();
-  }
-  void TearDown() override { kill(); }
-  void launch() {
-    fs::remove(dir / "data/Tavorin/operator.json");
-    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
-    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
-  }
-  void kill() {
-    if (app.pid > 0 && test::waitFor(app.pid, 0ms) == -1) {
-      ::kill(app.pid, SIGKILL);
-      test::waitFor(app.pid, 2s);
-    }
-  }
-  Reply ctl(std::vector<std::string> args) {
-    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
-    Reply r;
-    r.rc = test::waitFor(s.pid, 10s);
-    const std::string out = test::readFile(s.out);
-    if (!out.empty()) r.data = JSONValue::decode(out);
-    r.err = test::readFile(s.err);
-    return r;
-  }
-  JSONValue ok(std::vector<std::string> args) {
-    Reply r = ctl(args);
-    EXPECT_EQ(r.rc, 0) << args[0] << ": " << r.err;
-    return r.data;
-  }
-  static std::string str(const JSONValue& v, const char* key) {
-    return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : "";
-  }
+  void SetUp() override { startStudio(); }
   // The demo, cast with tavorin-speech's one character.
   void castTheDemo(const test::SpeechServerProcess& speech) {
     ok({"project.open", "name=demo"});
@@ -84,10 +44,6 @@ class RenderEndToEnd : public ::testing::Test {
     return status;
   }
   fs::path production() const { return dir / "root/demo/recordings/halden-demo"; }
-
-  test::TempDir dir;
-  std::vector<std::string> env;
-  test::Spawned app;
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "Processes.hpp"
 #include "TestSupport.hpp"
+#include "main/StudioFixture.hpp"
 #include "VirtualDisplay.hpp"
 #include "operator/JSONValue.hpp"
 
@@ -16,36 +17,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class RunEndToEnd : public ::testing::Test {
+class RunEndToEnd : public test::StudioFixture {
  protected:
   void SetUp() override {
     if (display.missing()) GTEST_SKIP() << *display.missing();
-    fs::create_directories(dir / "home");
-    env = {"HOME=" + (dir / "home").string(),         "XDG_DATA_HOME=" + (dir / "data").string(),
-           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(),
-           "SDL_AUDIODRIVER=dummy",                   "DISPLAY=" + display.name()};
-    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
-    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
+    startStudio({"DISPLAY=" + display.name()});
     // A first launch seeded the demo; open it.
     ok({"project.open", "name=demo"});
     ok({"recording.open", "slug=halden-demo"});
-  }
-  void TearDown() override {
-    if (app.pid > 0 && test::waitFor(app.pid, 0ms) == -1) {
-      ::kill(app.pid, SIGTERM);
-      if (test::waitFor(app.pid, 5s) == -1) ::kill(app.pid, SIGKILL);
-      test::waitFor(app.pid, 2s);
-    }
-  }
-  JSONValue ok(std::vector<std::string> args) {
-    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
-    const int rc = test::waitFor(s.pid, 10s);
-    EXPECT_EQ(rc, 0) << args[0] << ": " << test::readFile(s.err);
-    const std::string out = test::readFile(s.out);
-    return out.empty() ? JSONValue() : JSONValue::decode(out);
-  }
-  static std::string str(const JSONValue& v, const char* key) {
-    return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : "";
   }
   // Polls run.status until it stops running; the last report.
   JSONValue waitForEnd(std::chrono::seconds limit) {
@@ -60,9 +39,6 @@ class RunEndToEnd : public ::testing::Test {
   }
 
   test::VirtualDisplay display;
-  test::TempDir dir;
-  std::vector<std::string> env;
-  test::Spawned app;
 };
 
 }  // namespace
@@ -136,9 +112,9 @@ TEST_F(RunEndToEnd, ATakeRollsOnTheDisplayAndItsFilmLastsWhatItsRecordSays) {
   const std::string id = str(rolled, "take");
   ASSERT_FALSE(id.empty());
   // A second roll while one is on is refused in its words.
-  auto again = test::spawn(test::programs() / "tavorinctl", {"record"}, env, dir.path());
-  EXPECT_EQ(test::waitFor(again.pid, 10s), 1);
-  EXPECT_NE(test::readFile(again.err).find("a take is already rolling"), std::string::npos);
+  const test::Reply again = ctl({"record"});
+  EXPECT_EQ(again.rc, 1);
+  EXPECT_NE(again.err.find("a take is already rolling"), std::string::npos);
 
   JSONValue status;
   const auto until = std::chrono::steady_clock::now() + 40s;

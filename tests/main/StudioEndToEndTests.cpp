@@ -5,6 +5,7 @@
 #include "Loopback.hpp"
 #include "Processes.hpp"
 #include "TestSupport.hpp"
+#include "main/StudioFixture.hpp"
 #include "../platform/Wav.hpp"
 #include "voice/SpeechServerProcess.hpp"
 #include "operator/JSONValue.hpp"
@@ -20,47 +21,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Reply {
-  int rc = -1;
-  JSONValue data;
-  std::string err;
-};
+using test::Reply;
 
-class StudioEndToEnd : public ::testing::Test {
+class StudioEndToEnd : public test::StudioFixture {
  protected:
-  void SetUp() override {
-    fs::create_directories(dir / "home");
-    env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
-           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(), "SDL_AUDIODRIVER=dummy"};
-    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
-    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
-  }
-  void TearDown() override {
-    if (test::waitFor(app.pid, 0ms) == -1) {
-      ::kill(app.pid, SIGKILL);
-      test::waitFor(app.pid, 2s);
-    }
-  }
-  Reply ctl(std::vector<std::string> args) {
-    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
-    Reply r;
-    r.rc = test::waitFor(s.pid, 10s);
-    const std::string out = test::readFile(s.out);
-    if (!out.empty()) r.data = JSONValue::decode(out);
-    r.err = test::readFile(s.err);
-    return r;
-  }
-  // A verb that must answer ok; its data.
-  JSONValue ok(std::vector<std::string> args) {
-    Reply r = ctl(args);
-    EXPECT_EQ(r.rc, 0) << args[0] << ": " << r.err;
-    return r.data;
-  }
-  std::string str(const JSONValue& v, const char* key) { return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : ""; }
-
-  test::TempDir dir;
-  std::vector<std::string> env;
-  test::Spawned app;
+  void SetUp() override { startStudio(); }
 };
 
 }  // namespace

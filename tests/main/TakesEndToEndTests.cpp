@@ -6,6 +6,7 @@
 
 #include "Processes.hpp"
 #include "TestSupport.hpp"
+#include "main/StudioFixture.hpp"
 #include "operator/JSONValue.hpp"
 
 using namespace tavorin;
@@ -14,7 +15,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class TakesEndToEnd : public ::testing::Test {
+class TakesEndToEnd : public test::StudioFixture {
  protected:
   void SetUp() override {
     if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0)
@@ -25,36 +26,12 @@ class TakesEndToEnd : public ::testing::Test {
         "-f lavfi -i sine=frequency=440:duration=3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac "
         "-shortest '" + film.string() + "'";
     ASSERT_EQ(std::system(make.c_str()), 0) << make;
-    fs::create_directories(dir / "home");
-    env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
-           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(),
-           "SDL_AUDIODRIVER=dummy"};
-    app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
-    ASSERT_TRUE(test::waitForFile(dir / "data/Tavorin/operator.json", 10s)) << test::readFile(app.err);
-  }
-  void TearDown() override {
-    if (app.pid > 0 && test::waitFor(app.pid, 0ms) == -1) {
-      ::kill(app.pid, SIGKILL);
-      test::waitFor(app.pid, 2s);
-    }
-  }
-  JSONValue ok(std::vector<std::string> args) {
-    auto s = test::spawn(test::programs() / "tavorinctl", args, env, dir.path());
-    const int rc = test::waitFor(s.pid, 10s);
-    EXPECT_EQ(rc, 0) << args[0] << ": " << test::readFile(s.err);
-    const std::string out = test::readFile(s.out);
-    return out.empty() ? JSONValue() : JSONValue::decode(out);
+    startStudio();
   }
 
-  test::TempDir dir;
   fs::path film;
-  std::vector<std::string> env;
-  test::Spawned app;
 };
 
-std::string str(const JSONValue& v, const char* key) {
-  return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : "";
-}
 double num(const JSONValue& v, const char* key) { return v[key] ? v[key]->doubleValue().value_or(-1) : -1; }
 const JSONValue::Array& items(const JSONValue& v, const char* key) {
   static const JSONValue::Array none;

@@ -1,0 +1,72 @@
+#pragma once
+// A studio of the test's own, in a temporary home, driven only through tavorinctl.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Processes.hpp"
+#include "TestSupport.hpp"
+#include "operator/JSONValue.hpp"
+
+namespace tavorin::test {
+
+struct Reply {
+  int rc = -1;
+  JSONValue data;
+  std::string err;
+};
+
+class StudioFixture : public ::testing::Test {
+ protected:
+  // The home, support folder and productions root are the test's; `extra` adds to them.
+  void startStudio(const std::vector<std::string>& extra = {}) {
+    std::filesystem::create_directories(dir / "home");
+    env = {"HOME=" + (dir / "home").string(), "XDG_DATA_HOME=" + (dir / "data").string(),
+           "TAVORIN_ROOT=" + (dir / "root").string(), "TAVORIN_SUPPORT=" + (dir / "support").string(),
+           "SDL_AUDIODRIVER=dummy"};
+    env.insert(env.end(), extra.begin(), extra.end());
+    launch();
+  }
+  void launch() {
+    std::filesystem::remove(dir / "data/Tavorin/operator.json");
+    app = spawn(programs() / "tavorin", {}, env, dir.path());
+    ASSERT_TRUE(waitForFile(dir / "data/Tavorin/operator.json", std::chrono::seconds(10))) << readFile(app.err);
+  }
+  void kill(int signal = SIGKILL) {
+    if (app.pid > 0 && waitFor(app.pid, std::chrono::milliseconds(0)) == -1) {
+      ::kill(app.pid, signal);
+      if (waitFor(app.pid, std::chrono::seconds(5)) == -1) ::kill(app.pid, SIGKILL);
+      waitFor(app.pid, std::chrono::seconds(2));
+    }
+  }
+  void TearDown() override { kill(SIGTERM); }
+
+  Reply ctl(std::vector<std::string> args) {
+    auto s = spawn(programs() / "tavorinctl", args, env, dir.path());
+    Reply r;
+    r.rc = waitFor(s.pid, std::chrono::seconds(10));
+    const std::string out = readFile(s.out);
+    if (!out.empty()) r.data = JSONValue::decode(out);
+    r.err = readFile(s.err);
+    return r;
+  }
+  // A verb that must answer ok; its data.
+  JSONValue ok(std::vector<std::string> args) {
+    Reply r = ctl(args);
+    EXPECT_EQ(r.rc, 0) << args[0] << ": " << r.err;
+    return r.data;
+  }
+  static std::string str(const JSONValue& v, const char* key) {
+    return v[key] && v[key]->stringValue() ? *v[key]->stringValue() : "";
+  }
+
+  TempDir dir;
+  std::vector<std::string> env;
+  Spawned app;
+};
+
+}  // namespace tavorin::test
