@@ -59,6 +59,7 @@ void AppModel::drainedRenders(bool failed) {
   spoken_.clear();
   if (auditions_ && renders_) auditions_->sweep(renders_->states());
   if (renderDrained) renderDrained(failed);
+  sound(failed ? SoundCue::failed : SoundCue::done);
   note(failed ? "render queue drained with failures" : "render queue drained");
 }
 

@@ -420,3 +420,60 @@ TEST_F(OperatorServiceTest, ABedIsCopiedAndMeasuredOffTheActorBeforeItIsLaid) {
   EXPECT_NE(error("peaks", {{"id", "m1"}}), "");
   EXPECT_EQ(error("music.add", {{"file", (elsewhere / "missing.wav").string()}}).empty(), false);
 }
+
+TEST_F(OperatorServiceTest, SoundShowsTheSetMutesItAndPlaysACueOnRequest) {
+  std::vector<SoundCue> heard;
+  model.holdSounds(false);
+  model.cuePlayer = [&](SoundCue cue) { heard.push_back(cue); };
+  const JSONValue set = data("sound");
+  const auto* cues = set["cues"]->arrayValue();
+  ASSERT_EQ(cues->size(), 5u);
+  const JSONValue& rolling = (*cues)[2];
+  EXPECT_EQ(rolling["number"]->intValue(), 3);  // the shoot's cue 3 is the roll
+  EXPECT_EQ(rolling["name"]->stringValue(), "rolling");
+  EXPECT_EQ(rolling["timing"]->stringValue(), "1 note of 120 ms");
+  EXPECT_EQ((*cues)[0]["timing"]->stringValue(), "3 notes of 90 ms, 30 ms apart");
+  EXPECT_EQ((*cues)[0]["direction"]->stringValue(), "rising");
+  EXPECT_EQ(set["muted"]->boolValue(), false);
+
+  EXPECT_EQ(data("sound", {{"play", "cut"}})["sounded"]->boolValue(), true);
+  EXPECT_EQ(heard, std::vector<SoundCue>{SoundCue::cut});
+
+  data("sound", {{"muted", "1"}});
+  const JSONValue muted = data("sound", {{"play", "done"}});
+  EXPECT_EQ(muted["muted"]->boolValue(), true);
+  EXPECT_EQ(muted["sounded"]->boolValue(), false);
+  EXPECT_EQ(muted["silentBecause"]->stringValue(), "the cues are muted");
+  EXPECT_EQ(heard.size(), 1u);
+  EXPECT_EQ(error("sound", {{"play", "bell"}}),
+            "no sound cue named \"bell\": done, failed, exported, rolling or cut");
+  EXPECT_EQ(error("sound", {{"muted", "maybe"}}).empty(), false);
+}
+
+TEST_F(OperatorServiceTest, LinesReportsEachLinesPlaceVoiceAndState) {
+  EXPECT_EQ(error("lines"), "no production is open");
+  openSample();
+  const JSONValue report = data("lines");
+  const auto* lines = report["lines"]->arrayValue();
+  ASSERT_EQ(lines->size(), 3u);
+  const JSONValue& l2 = (*lines)[1];
+  EXPECT_EQ(l2["id"]->stringValue(), "l2");
+  EXPECT_EQ(l2["text"]->stringValue(), "Line 2.");
+  EXPECT_EQ(l2["start"]->doubleValue(), 4.0);
+  EXPECT_TRUE(l2["duration"]->isNull());
+  EXPECT_EQ(l2["effective"]->doubleValue(), 1.5);  // a hold stands in for audio
+  EXPECT_EQ(l2["rate"]->doubleValue(), 1.0);
+  EXPECT_EQ(l2["rendered"]->boolValue(), false);
+  EXPECT_EQ(l2["samples"]->intValue(), 0);
+  EXPECT_EQ(l2["pastEnd"]->boolValue(), false);  // no take, no end to pass
+  EXPECT_TRUE(l2["generation"]->isNull());
+  EXPECT_TRUE(l2["contiguous"]->isNull());
+  EXPECT_EQ(l2["stale"]->boolValue(), false);
+  EXPECT_EQ(l2["approveMark"]->stringValue(), "");
+
+  data("line.approve", {{"id", "l2"}});
+  const JSONValue approved = (*data("lines")["lines"]->arrayValue())[1];
+  EXPECT_EQ(approved["approved"]->boolValue(), true);
+  EXPECT_EQ(approved["approveMark"]->stringValue(), "✓");
+  EXPECT_EQ(approved["drifted"]->boolValue(), false);
+}
