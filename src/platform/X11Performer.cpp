@@ -29,6 +29,7 @@
 #include "kit/Keys.hpp"
 #include "platform/ChromiumBrowser.hpp"
 #include "platform/TavorinPaths.hpp"
+#include "platform/UserDefaults.hpp"
 
 extern char** environ;
 
@@ -176,6 +177,18 @@ X11Performer::X11Performer() : X11Performer(Options{}) {}
 
 X11Performer::X11Performer(Options options) : options_(std::move(options)) {
   if (options_.browserProfile.empty()) options_.browserProfile = TavorinPaths::supportDir() / "chromium";
+  if (!options_.browserPort) {
+    auto port = Environment::value("TAVORIN_CHROMIUM_PORT");
+    if (!port) port = UserDefaults::standard().stringValue("chromiumPort");
+    if (port) {
+      try {
+        const int n = std::stoi(*port);
+        if (n > 0 && n < 65536) options_.browserPort = n;
+      } catch (const std::exception&) {
+        // Not a port: the studio's own browser, as if none were named.
+      }
+    }
+  }
 }
 
 X11Performer::~X11Performer() = default;
@@ -620,6 +633,7 @@ ChromiumBrowser& X11Performer::browser() {
     browser_ = std::make_unique<ChromiumBrowser>(options_.browserProfile, options_.browserProgram);
     // The browser is a window on the display the steps act on.
     browser_->display = options_.display ? options_.display : Environment::value("DISPLAY");
+    browser_->attachPort = options_.browserPort;
   }
   return *browser_;
 }
