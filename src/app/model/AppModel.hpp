@@ -209,7 +209,7 @@ class AppModel {
   VoiceGroups::CueTags cueTags() const;
   // Gives a line an audio file of the user's own, copied into audio/; what follows
   // moves to fit its length. Answers the line's new length.
-  double setLineAudio(const std::string& id, const std::filesystem::path& file);
+  double importVoice(const std::filesystem::path& file, const std::string& id);
 
   // ---- Renders ------------------------------------------------------------------
   // The words behind a file until it lands.
