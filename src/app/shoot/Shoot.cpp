@@ -197,7 +197,7 @@ void Shoot::watch() {
   // A recorder that lost its picture ends the take now, with its words.
   if (const auto lost = recorder_.failure()) {
     runner_.stop();
-    failure_ = *lost;
+    failure_ = RecordError::writerFailed(*lost).what();
     finish(Take::Status::failed);
     return;
   }
@@ -252,7 +252,18 @@ void Shoot::finish(Take::Status status) {
         try {
           store.write(*finished);
         } catch (const std::exception& e) {
-          if (!*cutFailure) *cutFailure = e.what();
+          // A full disk: a failed take's film is unplayable, and the room it frees lets
+          // the record say how the take ended.
+          bool saved = false;
+          std::error_code ec;
+          if (finished->status == Take::Status::failed && std::filesystem::remove(store.video(*finished), ec)) {
+            try {
+              store.write(*finished);
+              saved = true;
+            } catch (const std::exception&) {
+            }
+          }
+          if (!saved && !*cutFailure) *cutFailure = e.what();
         }
       },
       [this, finished, cutFailure, alive = alive_](std::exception_ptr) {
