@@ -1,5 +1,6 @@
 #include "app/shoot/Shoot.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "base/IsoDate.hpp"
@@ -205,9 +206,16 @@ void Shoot::watch() {
   // keeps its picture. A free take rolls until it is cut.
   const bool performing = runner_.isRunning();
   const bool runFailed = runner_.failure().has_value() || runner_.aborted();
-  const bool short_ = seconds(actor_.now() - *performingSince_) < plannedSeconds_;
-  if (free_ || performing || (!runFailed && short_)) {
-    after(std::chrono::duration<double>(poll).count(), &Shoot::watch);
+  const double left = plannedSeconds_ - seconds(actor_.now() - *performingSince_);
+  const double pollSeconds = std::chrono::duration<double>(poll).count();
+  if (free_ || performing) {
+    after(pollSeconds, &Shoot::watch);
+    return;
+  }
+  // The script is done before the plan: the tail starts on the plan's end, not on
+  // the next look, so the film's length is the plan's to the frame.
+  if (!runFailed && left > 0) {
+    after(std::min(left, pollSeconds), &Shoot::watch);
     return;
   }
   if (runner_.failure()) {

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavutil/audio_fifo.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
+#include <libavutil/time.h>
 #include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
@@ -165,6 +166,7 @@ struct X11Recorder::Session {
   bool started = false;
   std::optional<std::string> failure;
   std::int64_t firstFrame = AV_NOPTS_VALUE, lastFrame = AV_NOPTS_VALUE;  // microseconds
+  std::int64_t cutAt = AV_NOPTS_VALUE;  // a grab taken after the cut is not the take's
   std::int64_t lastPts = -1;
   long long frames = 0, dropped = 0;
   std::thread grab, encode;
@@ -221,6 +223,10 @@ struct X11Recorder::Session {
       }
       const std::int64_t at = av_rescale_q(packet->pts, base, AV_TIME_BASE_Q);
       std::lock_guard guard(lock);
+      if (cutAt != AV_NOPTS_VALUE && at > cutAt) {
+        av_packet_free(&packet);
+        break;
+      }
       if (!started) {
         started = true;
         firstFrame = at;
@@ -352,11 +358,19 @@ struct X11Recorder::Session {
     const AVRational base = sound->streams[0]->time_base;
     AVFrame* heard = av_frame_alloc();
     AVFrame* converted = av_frame_alloc();
+    // The server hands sound over some way behind the picture: after the cut, what
+    // it still holds up to the cut is read too, for a second at most.
+    std::optional<std::chrono::steady_clock::time_point> drainUntil;
     for (;;) {
+      std::int64_t cut = AV_NOPTS_VALUE;
       {
         std::lock_guard guard(lock);
-        if (stop) break;
+        if (stop) {
+          if (!drainUntil) drainUntil = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+          cut = cutAt;
+        }
       }
+      if (drainUntil && (cut == AV_NOPTS_VALUE || std::chrono::steady_clock::now() > *drainUntil)) break;
       AVPacket* packet = av_packet_alloc();
       if (av_read_frame(sound.get(), packet) < 0) {
         av_packet_free(&packet);
@@ -367,6 +381,10 @@ struct X11Recorder::Session {
       {
         std::lock_guard guard(lock);
         first = started ? firstFrame : AV_NOPTS_VALUE;
+      }
+      if (cut != AV_NOPTS_VALUE && at >= cut) {
+        av_packet_free(&packet);
+        break;
       }
       // Sound before the first frame has no picture to go with.
       if (first == AV_NOPTS_VALUE || at < first) {
@@ -380,6 +398,21 @@ struct X11Recorder::Session {
           converted->format = soundEncoder->sample_fmt;
           converted->sample_rate = soundRate;
           av_channel_layout_copy(&converted->ch_layout, &soundEncoder->ch_layout);
+          // The server names no layout for its two channels; stereo is what they are.
+          if (heard->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+            const int channels = heard->ch_layout.nb_channels;
+            av_channel_layout_uninit(&heard->ch_layout);
+            av_channel_layout_default(&heard->ch_layout, channels);
+          }
+          // The converter is set up from the first frame: the server's layout is only
+          // known once it sends sound.
+          if (!resampler && (swr_alloc_set_opts2(&resampler, &soundEncoder->ch_layout, AV_SAMPLE_FMT_FLTP, soundRate,
+                                                 &heard->ch_layout, static_cast<AVSampleFormat>(heard->format),
+                                                 heard->sample_rate, 0, nullptr) < 0 ||
+                             swr_init(resampler) < 0)) {
+            swr_free(&resampler);
+            continue;
+          }
           if (swr_convert_frame(resampler, converted, heard) < 0) continue;
           av_audio_fifo_write(fifo, reinterpret_cast<void**>(converted->data), converted->nb_samples);
         }
@@ -411,11 +444,6 @@ struct X11Recorder::Session {
     av_channel_layout_default(&soundEncoder->ch_layout, 2);
     if (output->oformat->flags & AVFMT_GLOBALHEADER) soundEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (avcodec_open2(soundEncoder, aac, nullptr) < 0) throw std::runtime_error("the file won't take audio");
-    if (swr_alloc_set_opts2(&resampler, &soundEncoder->ch_layout, AV_SAMPLE_FMT_FLTP, soundRate,
-                            &soundDecoder->ch_layout, soundDecoder->sample_fmt, soundDecoder->sample_rate, 0,
-                            nullptr) < 0 ||
-        swr_init(resampler) < 0)
-      throw std::runtime_error("the sound cannot be converted");
     fifo = av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, 2, soundRate);
     soundStream = avformat_new_stream(output, nullptr);
     if (!fifo || !soundStream || avcodec_parameters_from_context(soundStream->codecpar, soundEncoder) < 0)
@@ -608,6 +636,8 @@ FilmedSpan X11Recorder::cut() {
   {
     std::lock_guard guard(s->lock);
     s->stop = true;
+    // x11grab stamps its grabs with this clock.
+    s->cutAt = av_gettime();
   }
   s->changed.notify_all();
   s->grab.join();
