@@ -113,7 +113,7 @@ asio::awaitable<OperatorResult> OperatorService::permissionsOpen(const OperatorA
   const std::string which = *a.text("which");
   const auto need = needNamed(which);
   if (!need || *need == Need::agent)
-    co_return OperatorResult::failure("permissions.open needs which=screenRecording|accessibility|automation|chrome");
+    co_return OperatorResult::failure("no grant '" + which + "'. Try: screenRecording, accessibility, automation or chrome");
   PermissionsRitual& ritual = permissions();
   // The settings, whatever the row's own button offers: opening them is always honest.
   auto opened = std::make_shared<SettingsOpened>();

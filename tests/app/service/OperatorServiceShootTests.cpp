@@ -121,7 +121,7 @@ TEST_F(ShootVerbsTest, PermissionsReportEveryRowAndTheSheetComesAndGoes) {
   EXPECT_EQ(data("status")["permissionsSheet"]->boolValue(), false);
 
   EXPECT_EQ(error("permissions.open", {{"which", "camera"}}),
-            "permissions.open needs which=screenRecording|accessibility|automation|chrome");
+            "no grant 'camera'. Try: screenRecording, accessibility, automation or chrome");
   EXPECT_EQ(error("permissions.open", {{"which", "chrome"}}), "a posed sheet opens nothing for chromeJS");
 }
 
