@@ -1,5 +1,7 @@
 #include "app/shoot/LinuxPermissionsProbe.hpp"
 
+#include <pthread.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -149,7 +151,39 @@ AutomationState LinuxPermissionsProbe::automation(bool ask) {
   return automation_.value_or(AutomationState::notDetermined);
 }
 
+namespace {
+
+// A browser that dies while it is asked must not take the studio with it: while it
+// is held, a write to its closed pipe fails with EPIPE on this thread instead of
+// raising SIGPIPE, and one already raised here is taken back before letting go.
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, &before_);
+  }
+  ~PipeSignalHeld() {
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    const timespec none{0, 0};
+    while (sigtimedwait(&pipe, nullptr, &none) > 0) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  PipeSignalHeld(const PipeSignalHeld&) = delete;
+  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+}  // namespace
+
 void LinuxPermissionsProbe::tryBrowser() {
+  const PipeSignalHeld held;
   ChromiumBrowser browser(options_.browserProfile, options_.browserProgram);
   browser.display = options_.display;
   browser.timeout = std::chrono::milliseconds(15000);
