@@ -55,6 +55,8 @@ class ScreenRecorder {
   virtual FilmedSpan cut() = 0;
   // The first failure while rolling (the window went away, the disk filled), if any.
   virtual std::optional<std::string> failure() const = 0;
+  // Why the take rolling now has no sound although its capture asked for it, if so.
+  virtual std::optional<std::string> silence() const { return std::nullopt; }
   // Looks, for a few seconds and writing nothing, at what a take of `capture` would film.
   virtual CameraVerdict check(const std::optional<CaptureConfig>& capture) const = 0;
 };

@@ -350,6 +350,8 @@ class AppModel {
   // The keyboard palette and the systems popover of the footer.
   bool keysPaletteOpen = false;
   bool systemsOpen = false;
+  // The caption on the program monitor: the words under the playhead, as burned.
+  bool monitorCaption = false;
 
   // ---- Timing edits ------------------------------------------------------------
   // The dock's snapping toggle, which a move obeys unless told otherwise.

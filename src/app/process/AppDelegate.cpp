@@ -11,6 +11,7 @@
 #include "app/process/WorkerPool.hpp"
 #include "app/service/OperatorServer.hpp"
 #include "app/service/OperatorService.hpp"
+#include "app/shoot/PosedPermissionsProbe.hpp"
 #include "kit/Pasteboard.hpp"
 #include "operator/BuildStamp.hpp"
 #include "platform/FontCatalog.hpp"
@@ -69,6 +70,7 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
   workers_->offload([] { FontCatalog::registerHouseFaces(); }, [](std::exception_ptr) {});
   store_->bootstrap(arguments);
   startOperator();
+  raisePermissions();
 
   if (auto path = Environment::value("TAVORIN_SNAPSHOT")) scheduleSnapshot(*path);
 }
@@ -83,6 +85,18 @@ void AppDelegate::startOperator() {
   } catch (const std::exception& e) {
     model_->note(std::string("operator server failed: ") + e.what());
   }
+}
+
+void AppDelegate::raisePermissions() {
+  if (!service_) return;
+  // Any value forces the sheet; a pose's word also poses the grants, so every look
+  // of the sheet can be seen on a desktop that has them all.
+  const auto forced = Environment::value("TAVORIN_FORCE_PERMISSIONS_SHEET");
+  if (forced) {
+    if (const auto pose = PosedPermissionsProbe::named(*forced))
+      service_->usePermissionsProbe(std::make_unique<PosedPermissionsProbe>(*pose));
+  }
+  service_->raisePermissionsAtLaunch(forced.has_value());
 }
 
 void AppDelegate::scheduleSnapshot(const std::string&) {

@@ -41,6 +41,7 @@ class AppDelegate {
 
  private:
   void startOperator();
+  void raisePermissions();
   void scheduleSnapshot(const std::string& path);
 
   asio::io_context& context_;

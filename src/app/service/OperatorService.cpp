@@ -10,6 +10,7 @@
 #include "base/IsoDate.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/service/OperatorArgs.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
 #include "app/shoot/Stage.hpp"
 #include "kit/RecordingStore.hpp"
 #include "operator/BuildStamp.hpp"
@@ -46,6 +47,8 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerRender();
   registerCasting();
   registerSound();
+  registerPermissions();
+  registerShootInfo();
   registerWaiting();
 }
 
@@ -203,11 +206,11 @@ JSONValue OperatorService::status() const {
       {"version", TAVORIN_VERSION},
       {"route", word(store_.route().page)},
       {"surface", JSONValue()},
-      {"rolling", false},
+      {"rolling", stage_ && stage_->shoot().isFilming()},
       {"playing", false},
       {"transport", transportReport()},
       {"playhead", JSONValue::seconds(model().playhead())},
-      {"permissionsSheet", false},
+      {"permissionsSheet", ritual_ && ritual_->showing()},
       {"build", buildReport()},
       {"exportSheet", store_.showingExportSheet},
       {"exportSheetArmed", store_.exportSheetArmed},

@@ -17,6 +17,8 @@ class AppStore;
 class AppModel;
 class Stage;
 enum class SoundCue;
+class PermissionsProbe;
+class PermissionsRitual;
 struct CameraVerdict;
 class OperatorArgs;
 struct TimelineItem;
@@ -58,6 +60,13 @@ class OperatorService {
   // What runs the blocking: the desktop's own unless a test gives substitutes.
   void useStage(std::unique_ptr<Stage> stage);
   Stage& stage();
+
+  // The grants' ritual, over the desktop's own probe unless one is given. A new
+  // probe starts a new ritual: what the old one learnt at launch is gone with it.
+  void usePermissionsProbe(std::unique_ptr<PermissionsProbe> probe);
+  PermissionsRitual& permissions();
+  // The launch's last step: the sheet rises when it is forced, or when a grant is wanting.
+  void raisePermissionsAtLaunch(bool forced);
 
   // Reports, shaped for the wire.
   JSONValue status() const;
@@ -101,6 +110,8 @@ class OperatorService {
   Answer soundVerbs(const OperatorCommand& c, const OperatorArgs& a);
   JSONValue soundReport(std::optional<SoundCue> played, bool sounded) const;
   void registerWaiting();
+  void registerPermissions();
+  void registerShootInfo();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
   // One function per group of the manifest; each is a branch over its verbs and
@@ -125,6 +136,10 @@ class OperatorService {
   Answer exportVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer runVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer systemReadoutVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer permissionsVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> permissionsOpen(const OperatorArgs& a);
+  JSONValue permissionsReport();
+  JSONValue shootInfoReport();
   JSONValue runStatusReport();
   Answer recordVerbs(const OperatorCommand& c, const OperatorArgs& a);
   asio::awaitable<OperatorResult> record(const OperatorArgs& a);
@@ -178,6 +193,9 @@ class OperatorService {
   std::map<std::string, Handler, std::less<>> handlers_;
   std::map<std::string, std::string, std::less<>> waiting_;
   std::unique_ptr<Stage> stage_;
+  // The probe outlives the ritual that asks it.
+  std::unique_ptr<PermissionsProbe> probe_;
+  std::unique_ptr<PermissionsRitual> ritual_;
 };
 
 // Report helpers shared by the group files.

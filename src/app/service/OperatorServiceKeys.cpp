@@ -3,7 +3,7 @@
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
 #include "kit/Shortcuts.hpp"
-#include "platform/X11Performer.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
 
 namespace tavorin {
 
@@ -31,22 +31,15 @@ OperatorService::Answer OperatorService::systemReadoutVerbs(const OperatorComman
     if (const auto open = a.text("open")) m.systemsOpen = !(*open == "0" || *open == "false");
     const DriverHealth health = m.voiceHealth();
     const bool checking = health.source == DriverHealth::checkingSource;
-    const std::string engine = checking ? "checking" : health.present ? "online" : "offline";
-    const auto input = X11Performer::inputRefusal();
-    const std::string grants = input ? "1 to grant" : "all granted";
-    const std::string camera = "unchecked";
-    std::string line;
-    if (checking) line = "Checking voice engine";
-    else if (!health.present) line = "Voice engine not responding";
-    else if (input) line = "Synthetic input not granted";
-    else line = "Screen capture test not run";
-    return OperatorResult::success(JSONValue::object(
-        {{"line", line},
-         {"open", m.systemsOpen},
-         {"rows", JSONValue::array({JSONValue::object({{"title", "Voice engine"}, {"state", engine}}),
-                                    JSONValue::object({{"title", "Permissions"}, {"state", grants},
-                                                       {"why", JSONValue::optional(input)}}),
-                                    JSONValue::object({{"title", "Camera"}, {"state", camera}})})}}));
+    PermissionsRitual& ritual = permissions();
+    ritual.refresh();
+    JSONValue::Array rows;
+    for (const auto& row : SystemsCopy::rows(checking, health.present, ritual))
+      rows.push_back(JSONValue::object(
+          {{"title", row.title}, {"state", row.state}, {"ok", row.ok}, {"checking", row.checking}}));
+    return OperatorResult::success(JSONValue::object({{"line", SystemsCopy::status(checking, health.present, ritual)},
+                                                      {"open", m.systemsOpen},
+                                                      {"rows", JSONValue(std::move(rows))}}));
   }
   return std::nullopt;
 }

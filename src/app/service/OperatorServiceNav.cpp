@@ -42,7 +42,10 @@ OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, cons
   if (v == "shoot") {
     if (!model().isOpen()) throw AppModel::Failure::noProduction();
     store_.beginShoot();
-    return OperatorResult::success(flowReport());
+    // The slate shows what a roll would do before anyone presses it.
+    JSONValue report = flowReport();
+    report.set("slate", shootInfoReport());
+    return OperatorResult::success(report);
   }
   if (v == "export.flow" || v == "render.flow" || v == "export.youtube") {
     if (!model().isOpen()) throw AppModel::Failure::noProduction();

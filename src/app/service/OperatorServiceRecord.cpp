@@ -5,6 +5,7 @@
 #include "app/service/Offloaded.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
 #include "app/shoot/Stage.hpp"
 
 namespace tavorin {
@@ -77,7 +78,16 @@ JSONValue OperatorService::recordStatusReport() {
 asio::awaitable<OperatorResult> OperatorService::record(const OperatorArgs& a) {
   const bool free = a.flag("free").value_or(false);
   // Refusals come before the camera is asked, and nothing is written until it is proven.
-  if (const auto why = stage().canRoll(model(), free)) co_return OperatorResult::failure(*why);
+  PermissionsRitual& ritual = permissions();
+  ritual.refresh();
+  if (const auto why = stage().canRoll(model(), free, &ritual)) {
+    // The slate's refusal over the screen brings the sheet back, dismissed or not.
+    if (*why == Stage::screenRefusal && !ritual.showing()) {
+      ritual.show();
+      model().note("permissions sheet up");
+    }
+    co_return OperatorResult::failure(*why);
+  }
   const CameraVerdict verdict = co_await checkCamera();
   if (const auto why = Stage::refusal(verdict)) co_return OperatorResult::failure(*why);
   stage().record(model(), free);

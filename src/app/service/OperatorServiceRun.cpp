@@ -5,6 +5,7 @@
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
 #include "app/shoot/ClaudeAgentStep.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
 #include "app/shoot/Stage.hpp"
 #include "kit/Agents.hpp"
 

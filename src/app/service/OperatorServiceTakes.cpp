@@ -10,6 +10,7 @@
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
 #include "kit/Music.hpp"
+#include "app/shoot/Stage.hpp"
 #include "kit/TakesStore.hpp"
 
 namespace tavorin {
@@ -62,6 +63,9 @@ JSONValue OperatorService::takeReport(const Take& take) const {
                             {"film", film},
                             {"video", take.video},
                             {"startedAt", take.startedAt},
+                            {"scheduleDigest", JSONValue::optional(take.scheduleDigest.empty()
+                                                                       ? std::nullopt
+                                                                       : std::optional<std::string>(take.scheduleDigest))},
                             {"fromVersion", take.fromVersion.empty() ? JSONValue()
                                                                      : JSONValue(AppModel::shortVersion(take.fromVersion))},
                             {"onMonitor", monitor && monitor->id == take.id}});
@@ -81,13 +85,16 @@ JSONValue OperatorService::viewerReport() const {
     if (auto source = Cut::sourceTime(m.playhead(), m.placedSegments()))
       picture = JSONValue::seconds(*source + take->pads.slate);
   }
+  JSONValue rolling;
+  if (stage_ && stage_->shoot().isRolling() && stage_->shoot().take()) rolling = JSONValue(stage_->shoot().take()->id);
   return JSONValue::object({{"state", states[static_cast<int>(m.viewer())]},
                             {"take", take ? JSONValue(take->id) : JSONValue()},
                             {"film", film},
                             {"picture", picture},
                             {"still", m.monitorStill() ? JSONValue(m.monitorStill()->string()) : JSONValue()},
-                            // Nothing rolls in this build's viewer: a shoot reports through record.status.
-                            {"running", false}});
+                            // A take being filmed stands on the monitor until it is finished.
+                            {"running", stage_ && stage_->shoot().isRolling()},
+                            {"rolling", std::move(rolling)}});
 }
 
 JSONValue OperatorService::takesReport() const {
@@ -164,10 +171,15 @@ OperatorService::Answer OperatorService::takeVerbs(const OperatorCommand& c, con
   }
   if (v == "take.dismiss") {
     if (!m.isOpen()) throw AppModel::Failure::noProduction();
-    // The take's report gives way to the slate; the take itself stays where it is.
+    // The take's report gives way to the slate; the take itself stays where it is. A
+    // take still rolling keeps rolling: the slate shows it running.
     store_.showingSlate = true;
     m.note("back to the slate");
-    return OperatorResult::success(JSONValue::object({{"slate", true}, {"note", "back to the slate"}}));
+    const Shoot& shoot = stage().shoot();
+    return OperatorResult::success(JSONValue::object({{"slate", true},
+                                                      {"note", "back to the slate"},
+                                                      {"running", shoot.isRolling()},
+                                                      {"report", shoot.report()}}));
   }
   if (v == "viewer.info") return OperatorResult::success(viewerReport());
   return std::nullopt;

@@ -1,5 +1,6 @@
 #include "app/shoot/Shoot.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "base/IsoDate.hpp"
@@ -197,7 +198,7 @@ void Shoot::watch() {
   // A recorder that lost its picture ends the take now, with its words.
   if (const auto lost = recorder_.failure()) {
     runner_.stop();
-    failure_ = *lost;
+    failure_ = RecordError::writerFailed(*lost).what();
     finish(Take::Status::failed);
     return;
   }
@@ -205,9 +206,16 @@ void Shoot::watch() {
   // keeps its picture. A free take rolls until it is cut.
   const bool performing = runner_.isRunning();
   const bool runFailed = runner_.failure().has_value() || runner_.aborted();
-  const bool short_ = seconds(actor_.now() - *performingSince_) < plannedSeconds_;
-  if (free_ || performing || (!runFailed && short_)) {
-    after(std::chrono::duration<double>(poll).count(), &Shoot::watch);
+  const double left = plannedSeconds_ - seconds(actor_.now() - *performingSince_);
+  const double pollSeconds = std::chrono::duration<double>(poll).count();
+  if (free_ || performing) {
+    after(pollSeconds, &Shoot::watch);
+    return;
+  }
+  // The script is done before the plan: the tail starts on the plan's end, not on
+  // the next look, so the film's length is the plan's to the frame.
+  if (!runFailed && left > 0) {
+    after(std::min(left, pollSeconds), &Shoot::watch);
     return;
   }
   if (runner_.failure()) {
@@ -252,7 +260,18 @@ void Shoot::finish(Take::Status status) {
         try {
           store.write(*finished);
         } catch (const std::exception& e) {
-          if (!*cutFailure) *cutFailure = e.what();
+          // A full disk: a failed take's film is unplayable, and the room it frees lets
+          // the record say how the take ended.
+          bool saved = false;
+          std::error_code ec;
+          if (finished->status == Take::Status::failed && std::filesystem::remove(store.video(*finished), ec)) {
+            try {
+              store.write(*finished);
+              saved = true;
+            } catch (const std::exception&) {
+            }
+          }
+          if (!saved && !*cutFailure) *cutFailure = e.what();
         }
       },
       [this, finished, cutFailure, alive = alive_](std::exception_ptr) {

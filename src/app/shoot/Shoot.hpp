@@ -28,7 +28,7 @@ class Shoot {
   static constexpr double slatePad = 1.5;
   static constexpr double tailPad = 1.0;
   // How often the performance is looked at for its end.
-  static constexpr auto poll = std::chrono::milliseconds(50);
+  static constexpr auto poll = std::chrono::milliseconds(10);
 
   Shoot(MainActor& actor, Offloader& camera, ScreenRecorder& recorder, Runner& runner);
   ~Shoot();

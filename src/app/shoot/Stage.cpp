@@ -3,6 +3,8 @@
 #include "app/model/AppModel.hpp"
 #include "app/shoot/ClaudeAgentStep.hpp"
 #include "app/shoot/PerformerThread.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
+#include "app/shoot/RecordingRecorder.hpp"
 #include "platform/X11Performer.hpp"
 #include "platform/camera/X11Recorder.hpp"
 
@@ -26,13 +28,19 @@ Stage::Stage(MainActor& actor, std::unique_ptr<Performer> performer, std::unique
     ownCamera_ = std::make_unique<PerformerThread>(actor);
     camera = ownCamera_.get();
   }
-  shoot_ = std::make_unique<Shoot>(actor, *camera, *recorder_, *runner_);
+  logged_ = std::make_unique<RecordingRecorder>(*recorder_, actor);
+  shoot_ = std::make_unique<Shoot>(actor, *camera, *logged_, *runner_);
 }
 
-std::optional<std::string> Stage::canRoll(const AppModel& model, bool free) const {
+std::optional<std::string> Stage::canRoll(const AppModel& model, bool free, const PermissionsRitual* ritual) const {
   if (!model.isOpen()) return "no production currently open";
   if (model.isReadOnly()) return "you are viewing an older version — make it the head to shoot from it";
   if (shoot_->isRolling()) return "a take is already rolling";
+  if (ritual) {
+    using Kind = PermissionsRitual::State::Kind;
+    const Kind screen = ritual->state(Need::screenRecording).kind;
+    if (screen == Kind::missing || screen == Kind::relaunchNeeded) return std::string(screenRefusal);
+  }
   if (free) return std::nullopt;
   if (model.blocking().find_first_not_of(" \t\r\n") == std::string::npos) return "there is no blocking script to perform";
   const RunPlan plan = RunPlan::make(model.blocking(), model.recording());
@@ -40,6 +48,31 @@ std::optional<std::string> Stage::canRoll(const AppModel& model, bool free) cons
   for (const auto& item : model.recording().timeline) hasLines = hasLines || item.type == ItemType::line;
   if (plan.events.empty() && !hasLines) return "there is nothing to perform yet";
   return std::nullopt;
+}
+
+std::vector<std::string> Stage::preflight(const AppModel& model) {
+  std::vector<std::string> warnings;
+  if (!model.isOpen()) return warnings;
+  const auto counted = [](std::size_t n, const std::string& noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+  };
+  const auto skipped = RunPlan::skipped(model.blocking());
+  if (!skipped.empty()) {
+    std::string list;
+    for (const auto& s : skipped) list += (list.empty() ? "" : ", ") + s;
+    warnings.push_back(counted(skipped.size(), "step") + " the runner doesn't recognise will be skipped: " + list);
+  }
+  std::size_t stale = 0, silent = 0;
+  const Recording& rec = model.recording();
+  for (const auto& item : rec.timeline) {
+    if (item.type != ItemType::line) continue;
+    if (!item.file) ++silent;
+    else if (rec.isStale(item)) ++stale;
+  }
+  if (stale) warnings.push_back(counted(stale, "line") + " stale — the take will be shot against audio that no longer matches.");
+  if (silent)
+    warnings.push_back(counted(silent, "line") + (silent == 1 ? " has" : " have") + " no audio rendered yet.");
+  return warnings;
 }
 
 std::optional<std::string> Stage::refusal(const CameraVerdict& verdict) {
@@ -68,6 +101,7 @@ Take Stage::record(AppModel& model, bool free) {
     }
   }
   shoot_->onCue = [&model](int cue) { model.sound(static_cast<SoundCue>(cue)); };
+  logged_->note = [&model](const std::string& line) { model.note(line); };
   shoot_->onFinished = [&model](const Take& take) {
     if (take.status == Take::Status::complete || take.status == Take::Status::aborted) {
       try {
@@ -94,6 +128,7 @@ void Stage::cut(AppModel& model) {
 
 Stage::~Stage() {
   shoot_.reset();
+  logged_.reset();
   ownCamera_.reset();
   runner_->stop();
   // A glide under way ends at its next pause, so the thread can be joined.

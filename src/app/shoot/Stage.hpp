@@ -1,5 +1,8 @@
 #pragma once
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "app/model/MainActor.hpp"
 #include "app/model/Offloader.hpp"
@@ -12,6 +15,8 @@
 namespace tavorin {
 
 class AppModel;
+class PermissionsRitual;
+class RecordingRecorder;
 
 // Everything a run acts through, owned together: the performer, the agents, the
 // thread the performer is driven from, and the runner that walks the plan.
@@ -29,7 +34,11 @@ class Stage {
   Shoot& shoot() { return *shoot_; }
   ScreenRecorder& recorder() { return *recorder_; }
   // Why a take cannot roll now, in the order a user meets the reasons; none when it can.
-  std::optional<std::string> canRoll(const AppModel& model, bool free) const;
+  // With the ritual, a screen the desktop will not let us film is one of them.
+  std::optional<std::string> canRoll(const AppModel& model, bool free, const PermissionsRitual* ritual = nullptr) const;
+  // What the slate warns of before a roll: skipped steps, stale lines, lines with no audio.
+  static std::vector<std::string> preflight(const AppModel& model);
+  static constexpr const char* screenRefusal = "Tavorin can't see the screen yet — grant Screen Recording";
   // The check's verdict as the sentence a roll refuses with; none when proven.
   static std::optional<std::string> refusal(const CameraVerdict& verdict);
   // Rolls a take of the open production once the camera is proven: stops playing and
@@ -55,6 +64,8 @@ class Stage {
   std::unique_ptr<Offloader> ownLane_;
   std::unique_ptr<Runner> runner_;
   std::unique_ptr<ScreenRecorder> recorder_;
+  // The camera the shoot rolls: the recorder, with each act noted in the feed.
+  std::unique_ptr<RecordingRecorder> logged_;
   std::unique_ptr<Offloader> ownCamera_;
   std::unique_ptr<Shoot> shoot_;
 };

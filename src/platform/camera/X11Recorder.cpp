@@ -5,7 +5,11 @@ extern "C" {
 #include <libavdevice/avdevice.h>
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/audio_fifo.h>
+#include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
+#include <libavutil/time.h>
+#include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
 #include <xcb/xcb.h>
@@ -59,6 +63,12 @@ Reach reach(const std::string& display, std::optional<unsigned long> window) {
   return answer;
 }
 
+bool waylandSession() {
+  const char* type = std::getenv("XDG_SESSION_TYPE");
+  const char* wayland = std::getenv("WAYLAND_DISPLAY");
+  return (type && std::string(type) == "wayland") || (wayland && *wayland);
+}
+
 struct InputCloser {
   void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
 };
@@ -88,6 +98,30 @@ Input openGrab(const std::string& display, std::optional<unsigned long> window, 
   return input;
 }
 
+// The desktop's own sound is the monitor of the default sink of PulseAudio (or of
+// PipeWire's Pulse server), read as 48 kHz stereo. Throws with why it cannot be had.
+Input openSound() {
+  const AVInputFormat* pulse = av_find_input_format("pulse");
+  if (!pulse) throw std::runtime_error("this ffmpeg has no PulseAudio input");
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "sample_rate", "48000", 0);
+  av_dict_set(&options, "channels", "2", 0);
+  // Small fragments: the sound keeps pace with the picture.
+  av_dict_set(&options, "fragment_size", "3840", 0);
+  AVFormatContext* context = nullptr;
+  const int opened = avformat_open_input(&context, "@DEFAULT_MONITOR@", pulse, &options);
+  av_dict_free(&options);
+  if (opened < 0)
+    throw std::runtime_error("there is no PulseAudio or PipeWire sound server to take the desktop's sound from (" +
+                             averror(opened) + ")");
+  Input input(context);
+  if (context->nb_streams < 1 || context->streams[0]->codecpar->codec_type != AVMEDIA_TYPE_AUDIO)
+    throw std::runtime_error("the sound server gave no sound");
+  return input;
+}
+
+constexpr int soundRate = 48000;
+
 }  // namespace
 
 std::string CameraVerdict::name(Kind kind) {
@@ -112,6 +146,18 @@ struct X11Recorder::Session {
   int fps = defaultFps;
   int width = 0, height = 0;  // cut down to even numbers
 
+  // The desktop's sound, when the take asked for it and the server gave it.
+  Input sound;
+  AVCodecContext* soundDecoder = nullptr;
+  AVCodecContext* soundEncoder = nullptr;
+  AVStream* soundStream = nullptr;
+  SwrContext* resampler = nullptr;
+  AVAudioFifo* fifo = nullptr;
+  std::int64_t soundPts = AV_NOPTS_VALUE;  // in samples from the first frame
+  std::thread listen;
+  // The muxer takes packets from the picture's and the sound's threads in turn.
+  std::mutex writing;
+
   mutable std::mutex lock;
   std::condition_variable changed;
   std::deque<AVPacket*> queue;
@@ -120,6 +166,7 @@ struct X11Recorder::Session {
   bool started = false;
   std::optional<std::string> failure;
   std::int64_t firstFrame = AV_NOPTS_VALUE, lastFrame = AV_NOPTS_VALUE;  // microseconds
+  std::int64_t cutAt = AV_NOPTS_VALUE;  // a grab taken after the cut is not the take's
   std::int64_t lastPts = -1;
   long long frames = 0, dropped = 0;
   std::thread grab, encode;
@@ -132,6 +179,11 @@ struct X11Recorder::Session {
     changed.notify_all();
     if (grab.joinable()) grab.join();
     if (encode.joinable()) encode.join();
+    if (listen.joinable()) listen.join();
+    swr_free(&resampler);
+    if (fifo) av_audio_fifo_free(fifo);
+    avcodec_free_context(&soundDecoder);
+    avcodec_free_context(&soundEncoder);
     for (AVPacket* p : queue) av_packet_free(&p);
     sws_freeContext(scaler);
     av_frame_free(&picture);
@@ -171,6 +223,10 @@ struct X11Recorder::Session {
       }
       const std::int64_t at = av_rescale_q(packet->pts, base, AV_TIME_BASE_Q);
       std::lock_guard guard(lock);
+      if (cutAt != AV_NOPTS_VALUE && at > cutAt) {
+        av_packet_free(&packet);
+        break;
+      }
       if (!started) {
         started = true;
         firstFrame = at;
@@ -203,7 +259,9 @@ struct X11Recorder::Session {
       }
       av_packet_rescale_ts(out, encoder->time_base, stream->time_base);
       out->stream_index = stream->index;
+      std::unique_lock guard(writing);
       const int written = av_interleaved_write_frame(output, out);
+      guard.unlock();
       if (written < 0) {
         fail("the file would not take a frame: " + averror(written));
         ok = false;
@@ -246,6 +304,154 @@ struct X11Recorder::Session {
     }
   }
 
+  // Drains the sound encoder into the file.
+  bool writeSound() {
+    AVPacket* out = av_packet_alloc();
+    bool ok = true;
+    for (;;) {
+      const int got = avcodec_receive_packet(soundEncoder, out);
+      if (got == AVERROR(EAGAIN) || got == AVERROR_EOF) break;
+      if (got < 0) {
+        fail("the sound encoder failed: " + averror(got));
+        ok = false;
+        break;
+      }
+      av_packet_rescale_ts(out, soundEncoder->time_base, soundStream->time_base);
+      out->stream_index = soundStream->index;
+      std::unique_lock guard(writing);
+      const int written = av_interleaved_write_frame(output, out);
+      guard.unlock();
+      if (written < 0) {
+        fail("the writer refused sound: " + averror(written));
+        ok = false;
+        break;
+      }
+    }
+    av_packet_free(&out);
+    return ok;
+  }
+
+  // Encodes whole frames of what the fifo holds; at the end, what is left too.
+  bool encodeSound(bool last) {
+    const int size = soundEncoder->frame_size > 0 ? soundEncoder->frame_size : 1024;
+    while (av_audio_fifo_size(fifo) >= size || (last && av_audio_fifo_size(fifo) > 0)) {
+      AVFrame* frame = av_frame_alloc();
+      frame->nb_samples = std::min(size, av_audio_fifo_size(fifo));
+      frame->format = soundEncoder->sample_fmt;
+      frame->sample_rate = soundRate;
+      av_channel_layout_copy(&frame->ch_layout, &soundEncoder->ch_layout);
+      if (av_frame_get_buffer(frame, 0) < 0) {
+        av_frame_free(&frame);
+        return false;
+      }
+      av_audio_fifo_read(fifo, reinterpret_cast<void**>(frame->data), frame->nb_samples);
+      frame->pts = soundPts;
+      soundPts += frame->nb_samples;
+      const bool sent = avcodec_send_frame(soundEncoder, frame) >= 0;
+      av_frame_free(&frame);
+      if (!sent || !writeSound()) return false;
+    }
+    return true;
+  }
+
+  void listenLoop() {
+    const AVRational base = sound->streams[0]->time_base;
+    AVFrame* heard = av_frame_alloc();
+    AVFrame* converted = av_frame_alloc();
+    // The server hands sound over some way behind the picture: after the cut, what
+    // it still holds up to the cut is read too, for a second at most.
+    std::optional<std::chrono::steady_clock::time_point> drainUntil;
+    for (;;) {
+      std::int64_t cut = AV_NOPTS_VALUE;
+      {
+        std::lock_guard guard(lock);
+        if (stop) {
+          if (!drainUntil) drainUntil = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+          cut = cutAt;
+        }
+      }
+      if (drainUntil && (cut == AV_NOPTS_VALUE || std::chrono::steady_clock::now() > *drainUntil)) break;
+      AVPacket* packet = av_packet_alloc();
+      if (av_read_frame(sound.get(), packet) < 0) {
+        av_packet_free(&packet);
+        break;  // the server went away: the take goes on without sound
+      }
+      const std::int64_t at = av_rescale_q(packet->pts, base, AV_TIME_BASE_Q);
+      std::int64_t first;
+      {
+        std::lock_guard guard(lock);
+        first = started ? firstFrame : AV_NOPTS_VALUE;
+      }
+      if (cut != AV_NOPTS_VALUE && at >= cut) {
+        av_packet_free(&packet);
+        break;
+      }
+      // Sound before the first frame has no picture to go with.
+      if (first == AV_NOPTS_VALUE || at < first) {
+        av_packet_free(&packet);
+        continue;
+      }
+      if (soundPts == AV_NOPTS_VALUE) soundPts = av_rescale(at - first, soundRate, 1000000);
+      if (avcodec_send_packet(soundDecoder, packet) >= 0) {
+        while (avcodec_receive_frame(soundDecoder, heard) == 0) {
+          av_frame_unref(converted);
+          converted->format = soundEncoder->sample_fmt;
+          converted->sample_rate = soundRate;
+          av_channel_layout_copy(&converted->ch_layout, &soundEncoder->ch_layout);
+          // The server names no layout for its two channels; stereo is what they are.
+          if (heard->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+            const int channels = heard->ch_layout.nb_channels;
+            av_channel_layout_uninit(&heard->ch_layout);
+            av_channel_layout_default(&heard->ch_layout, channels);
+          }
+          // The converter is set up from the first frame: the server's layout is only
+          // known once it sends sound.
+          if (!resampler && (swr_alloc_set_opts2(&resampler, &soundEncoder->ch_layout, AV_SAMPLE_FMT_FLTP, soundRate,
+                                                 &heard->ch_layout, static_cast<AVSampleFormat>(heard->format),
+                                                 heard->sample_rate, 0, nullptr) < 0 ||
+                             swr_init(resampler) < 0)) {
+            swr_free(&resampler);
+            continue;
+          }
+          if (swr_convert_frame(resampler, converted, heard) < 0) continue;
+          av_audio_fifo_write(fifo, reinterpret_cast<void**>(converted->data), converted->nb_samples);
+        }
+      }
+      av_packet_free(&packet);
+      if (!encodeSound(false)) break;
+    }
+    encodeSound(true);
+    avcodec_send_frame(soundEncoder, nullptr);
+    writeSound();
+    av_frame_free(&heard);
+    av_frame_free(&converted);
+  }
+
+  // Sets up the sound's decoder, resampler, encoder and stream; before the header.
+  void addSound(Input heard) {
+    const AVCodecParameters* raw = heard->streams[0]->codecpar;
+    const AVCodec* pcm = avcodec_find_decoder(raw->codec_id);
+    const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (!pcm || !aac) throw std::runtime_error("this ffmpeg cannot encode AAC sound");
+    soundDecoder = avcodec_alloc_context3(pcm);
+    if (avcodec_parameters_to_context(soundDecoder, raw) < 0 || avcodec_open2(soundDecoder, pcm, nullptr) < 0)
+      throw std::runtime_error("the sound server's samples cannot be read");
+    soundEncoder = avcodec_alloc_context3(aac);
+    soundEncoder->sample_rate = soundRate;
+    soundEncoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    soundEncoder->bit_rate = 128000;
+    soundEncoder->time_base = AVRational{1, soundRate};
+    av_channel_layout_default(&soundEncoder->ch_layout, 2);
+    if (output->oformat->flags & AVFMT_GLOBALHEADER) soundEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    if (avcodec_open2(soundEncoder, aac, nullptr) < 0) throw std::runtime_error("the file won't take audio");
+    fifo = av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, 2, soundRate);
+    soundStream = avformat_new_stream(output, nullptr);
+    if (!fifo || !soundStream || avcodec_parameters_from_context(soundStream->codecpar, soundEncoder) < 0)
+      throw std::runtime_error("the file won't take audio");
+    soundStream->time_base = soundEncoder->time_base;
+    sound = std::move(heard);
+  }
+
   void encodeLoop() {
     for (;;) {
       AVPacket* packet = nullptr;
@@ -264,6 +470,43 @@ struct X11Recorder::Session {
   }
 };
 
+std::optional<std::string> X11Recorder::screenRefusal(std::string display) {
+  display = displayName(std::move(display));
+  if (display.empty()) {
+    if (waylandSession())
+      return "This is a Wayland session with no X display for Tavorin: it films through XWayland, which is not "
+             "running. Start XWayland (or log in to an X11 session), then relaunch Tavorin.";
+    return "There is no X display to film: DISPLAY is not set. Start Tavorin inside an X11 session.";
+  }
+  xcb_connection_t* c = xcb_connect(display.c_str(), nullptr);
+  if (!c || xcb_connection_has_error(c)) {
+    if (c) xcb_disconnect(c);
+    return "The X display " + display + " does not let Tavorin in. Allow this user on it (xhost, or the "
+           "session's XAUTHORITY), then relaunch Tavorin.";
+  }
+  std::optional<std::string> refusal;
+  const auto roots = xcb_setup_roots_iterator(xcb_get_setup(c));
+  if (!roots.rem) {
+    refusal = "The X display " + display + " has no screen to film.";
+  } else {
+    // One pixel of the root window proves the server hands over pictures.
+    xcb_generic_error_t* error = nullptr;
+    auto* image = xcb_get_image_reply(
+        c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, roots.data->root, 0, 0, 1, 1, ~0u), &error);
+    if (!image || error) {
+      refusal = "The X display " + display + " refuses to hand over pictures of its screen.";
+      if (waylandSession())
+        refusal = "This is a Wayland session: XWayland on " + display +
+                  " shows Tavorin only X11 windows and not the screen. Film an X11 application with "
+                  "`capture app=`, or log in to an X11 session.";
+    }
+    std::free(image);
+    std::free(error);
+  }
+  xcb_disconnect(c);
+  return refusal;
+}
+
 X11Recorder::X11Recorder(std::string display, WindowFinder finder)
     : display_(displayName(std::move(display))), finder_(std::move(finder)) {}
 
@@ -279,6 +522,7 @@ std::optional<std::string> X11Recorder::failure() const {
 
 void X11Recorder::roll(const std::filesystem::path& to, const std::optional<CaptureConfig>& capture) {
   if (session_) throw RecordError::writerFailed("the camera is already rolling");
+  silence_.reset();
   std::optional<unsigned long> window;
   if (capture && capture->app && !capture->app->empty()) {
     if (!finder_) throw RecordError::noSuchApp(*capture->app);
@@ -295,6 +539,15 @@ void X11Recorder::roll(const std::filesystem::path& to, const std::optional<Capt
   auto s = std::make_unique<Session>();
   s->fps = capture && capture->fps ? std::max(*capture->fps, 1) : defaultFps;
   s->input = openGrab(display_, window, s->fps);
+  // The sound is asked for first, so a server that is not there costs nothing later.
+  std::optional<Input> heard;
+  if (capture && capture->audio.value_or(false)) {
+    try {
+      heard = openSound();
+    } catch (const std::exception& e) {
+      silence_ = e.what();
+    }
+  }
   const AVCodecParameters* grabbed = s->input->streams[0]->codecpar;
   // Cut down to even numbers, as H.264 in 4:2:0 needs, and never under 2.
   s->width = std::max(2, grabbed->width & ~1);
@@ -331,6 +584,20 @@ void X11Recorder::roll(const std::filesystem::path& to, const std::optional<Capt
   if (!s->stream || avcodec_parameters_from_context(s->stream->codecpar, s->encoder) < 0)
     throw RecordError::writerFailed("the file won't take video");
   s->stream->time_base = s->encoder->time_base;
+  if (heard) {
+    try {
+      s->addSound(std::move(*heard));
+    } catch (const std::exception& e) {
+      silence_ = e.what();
+      avcodec_free_context(&s->soundDecoder);
+      avcodec_free_context(&s->soundEncoder);
+      swr_free(&s->resampler);
+      if (s->fifo) av_audio_fifo_free(s->fifo);
+      s->fifo = nullptr;
+      // A stream added and then given up would be an empty track: start the file again.
+      if (s->soundStream) throw RecordError::writerFailed(e.what());
+    }
+  }
   if (!(s->output->oformat->flags & AVFMT_NOFILE)) {
     const int file = avio_open(&s->output->pb, to.c_str(), AVIO_FLAG_WRITE);
     if (file < 0) throw RecordError::writerFailed("the file would not open: " + averror(file));
@@ -348,6 +615,7 @@ void X11Recorder::roll(const std::filesystem::path& to, const std::optional<Capt
   Session* raw = s.get();
   s->grab = std::thread([raw] { raw->grabLoop(); });
   s->encode = std::thread([raw] { raw->encodeLoop(); });
+  if (s->sound) s->listen = std::thread([raw] { raw->listenLoop(); });
   {
     std::unique_lock guard(s->lock);
     s->changed.wait_for(guard, firstFrameWait, [&] { return s->started || s->failure.has_value(); });
@@ -368,10 +636,13 @@ FilmedSpan X11Recorder::cut() {
   {
     std::lock_guard guard(s->lock);
     s->stop = true;
+    // x11grab stamps its grabs with this clock.
+    s->cutAt = av_gettime();
   }
   s->changed.notify_all();
   s->grab.join();
   s->encode.join();
+  if (s->listen.joinable()) s->listen.join();
   const int trailer = av_write_trailer(s->output);
   FilmedSpan span;
   std::optional<std::string> failure;

@@ -32,6 +32,7 @@ class X11Recorder final : public ScreenRecorder {
   void roll(const std::filesystem::path& to, const std::optional<CaptureConfig>& capture) override;
   FilmedSpan cut() override;
   std::optional<std::string> failure() const override;
+  std::optional<std::string> silence() const override { return silence_; }
   bool isRolling() const;
 
   // Looks at a window (none: the screen) until a frame arrives or `deadline` ends.
@@ -43,11 +44,16 @@ class X11Recorder final : public ScreenRecorder {
 
   const std::string& display() const { return display_; }
 
+  // Why the display cannot be filmed (none to reach, a server that refuses its
+  // pictures, a Wayland session without X access), or nothing when it can.
+  static std::optional<std::string> screenRefusal(std::string display = {});
+
  private:
   struct Session;
   std::string display_;
   WindowFinder finder_;
   std::unique_ptr<Session> session_;
+  std::optional<std::string> silence_;
 };
 
 }  // namespace tavorin

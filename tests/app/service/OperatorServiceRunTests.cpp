@@ -11,6 +11,7 @@
 #include "app/service/OperatorService.hpp"
 #include "app/shoot/FakeAgentStep.hpp"
 #include "app/shoot/FakePerformer.hpp"
+#include "app/shoot/PosedPermissionsProbe.hpp"
 #include "app/shoot/Stage.hpp"
 #include "kit/Pasteboard.hpp"
 #include "platform/FreedesktopTrash.hpp"
@@ -219,12 +220,13 @@ TEST_F(RunVerbsTest, KeysListsTheShortcutsAndMovesThePalette) {
 }
 
 TEST_F(RunVerbsTest, SystemsGivesTheLineTheRowsAndThePopover) {
-  test::ScopedEnv noDisplay("DISPLAY", std::nullopt);
+  service.usePermissionsProbe(std::make_unique<PosedPermissionsProbe>(PosedPermissionsProbe::Pose::mixed));
   auto systems = data("systems", {{"open", "yes"}});
   EXPECT_EQ(systems["open"]->boolValue(), true);
   const auto& rows = *systems["rows"]->arrayValue();
   ASSERT_EQ(rows.size(), 3u);
-  EXPECT_EQ(text(rows[1], "state"), "1 to grant");
-  EXPECT_EQ(text(rows[1], "why"), "there is no X display (DISPLAY is not set)");
+  EXPECT_EQ(text(rows[0], "title"), "Voice engine");
+  // Input and the browser are refused, its JavaScript unasked, the camera still checking.
+  EXPECT_EQ(text(rows[1], "state"), "4 to grant");
   EXPECT_EQ(data("systems", {{"open", "false"}})["open"]->boolValue(), false);
 }

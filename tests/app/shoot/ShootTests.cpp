@@ -183,7 +183,7 @@ TEST(Shoot, FailuresEndTheTakeWithTheirWordsOnDisk) {
     rig.camera.lost = "the filmed window or display went away";
     rig.playToIdle();
     EXPECT_EQ(rig.onDisk(take)->status, Take::Status::failed);
-    EXPECT_EQ(*rig.shoot.failure(), "the filmed window or display went away");
+    EXPECT_EQ(*rig.shoot.failure(), "The camera stopped: the filmed window or display went away");
     EXPECT_FALSE(rig.runner.isRunning());
   }
   {  // The file could not be finished.
