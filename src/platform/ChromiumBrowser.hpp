@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace tavorin {
 
@@ -33,6 +34,10 @@ class ChromiumBrowser {
   std::chrono::milliseconds timeout{15000};
   // The X display it opens on; unset: the studio's own.
   std::optional<std::string> display;
+  // A screen of this size (width, height) that the window covers from its top-left
+  // corner, in kiosk mode, so that the page alone is on camera. Unset: the browser
+  // places and furnishes its window as it likes.
+  std::optional<std::pair<int, int>> fill;
 
  private:
   struct Pipe;

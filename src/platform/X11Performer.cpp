@@ -585,6 +585,21 @@ void X11Performer::activate(const std::string& app) {
   const std::string step = "app " + app;
   auto& x = connection(step);
   auto window = findWindow(x.display, x.root(), app);
+  if (!window && isBrowser(app)) {
+    // The browser the studio drives is started as `open` would start it, so that the
+    // steps after this one reach the same window.
+    try {
+      browser().ensureRunning();
+    } catch (const std::exception&) {
+      throw PerformError::noSuchApp(app);
+    }
+    for (int i = 0; i < static_cast<int>(options_.appStartTimeout / 0.1) && !window; ++i) {
+      window = findWindow(x.display, x.root(), app);
+      if (!window) pause(0.1);
+      x.check(step);
+    }
+    if (!window) throw PerformError::noSuchApp(app);
+  }
   if (!window) {
     const auto command = launchCommand(app);
     if (!command) throw PerformError::noSuchApp(app);
@@ -615,11 +630,25 @@ void X11Performer::activate(const std::string& app) {
   pause(0.1);
 }
 
+bool X11Performer::isBrowser(const std::string& app) const {
+  const std::string program = options_.browserProgram.empty()
+                                  ? std::string("chromium")
+                                  : std::filesystem::path(options_.browserProgram).filename().string();
+  return Text::equalsIgnoringCase(app, program);
+}
+
 ChromiumBrowser& X11Performer::browser() {
   if (!browser_) {
     browser_ = std::make_unique<ChromiumBrowser>(options_.browserProfile, options_.browserProgram);
-    // The browser is a window on the display the steps act on.
+    // The browser is a window on the display the steps act on, and fills its screen.
     browser_->display = options_.display ? options_.display : Environment::value("DISPLAY");
+    try {
+      auto& x = connection("open");
+      const int screen = DefaultScreen(x.display);
+      browser_->fill = std::make_pair(DisplayWidth(x.display, screen), DisplayHeight(x.display, screen));
+    } catch (const PerformError&) {
+      // No display to measure: the browser's own window, and the step says why it failed.
+    }
   }
   return *browser_;
 }
