@@ -19,13 +19,16 @@ n=0
 for chord in "${chords[@]}"; do
   tones=()
   for note in $chord; do tones+=(sine "$note"); done
-  sox -q -n -r 44100 -c 1 "$work/c$n.wav" synth "$length" "${tones[@]}" fade h 3 "$length" 5 pad $((n * step)) 0
+  # The first chord is there almost at once, under the title; the others swell in.
+  rise=3
+  [ $n -eq 0 ] && rise=0.6
+  sox -q -n -r 44100 -c 1 "$work/c$n.wav" synth "$length" "${tones[@]}" fade h "$rise" "$length" 5 pad $((n * step)) 0
   parts+=("$work/c$n.wav")
   n=$((n + 1))
 done
 sox -q -m "${parts[@]}" "$work/pad.wav"
 # The fades come before the reverb: after it, sox's fade misreads the length.
-sox -q "$work/pad.wav" "$work/wide.wav" fade t 2 -0 5 lowpass 1400 tremolo 0.15 12 reverb 60 50 100 100 20 \
+sox -q "$work/pad.wav" "$work/wide.wav" fade t 0.3 -0 5 lowpass 1400 tremolo 0.15 12 reverb 60 50 100 100 20 \
   channels 2 norm -3
 mkdir -p "$(dirname "$out")"
 sox -q "$work/wide.wav" -C 2 "$out"
