@@ -19,6 +19,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -428,8 +429,8 @@ bool answersTo(Display* d, Window w, const std::string& name) {
 }
 
 // Mapped client windows: the window manager's list when there is one, else the
-// root's children and, for a manager's frames, their children.
-std::optional<Window> findWindow(Display* d, Window root, const std::string& name) {
+// root's children and, for a manager's frames, their children; the first that `fits`.
+std::optional<Window> findWindow(Display* d, Window root, const std::function<bool(Window)>& fits) {
   std::vector<Window> candidates;
   const Atom clientList = XInternAtom(d, "_NET_CLIENT_LIST", False);
   Atom actual;
@@ -462,9 +463,19 @@ std::optional<Window> findWindow(Display* d, Window root, const std::string& nam
   for (Window w : candidates) {
     XWindowAttributes attributes;
     if (!XGetWindowAttributes(d, w, &attributes) || attributes.map_state != IsViewable) continue;
-    if (answersTo(d, w, name)) return w;
+    if (fits(w)) return w;
   }
   return std::nullopt;
+}
+
+std::optional<Window> findWindow(Display* d, Window root, const std::string& name) {
+  return findWindow(d, root, [&](Window w) { return answersTo(d, w, name); });
+}
+
+// The window a process shows, by the pid it stamps on it.
+std::optional<Window> windowOfProcess(Display* d, Window root, long pid) {
+  const Atom wmPid = XInternAtom(d, "_NET_WM_PID", False);
+  return findWindow(d, root, [&](Window w) { return cardinal(d, w, wmPid) == std::optional<long>(pid); });
 }
 
 bool hasWindowManager(Display* d, Window root) {
@@ -584,21 +595,23 @@ unsigned long X11Performer::windowOf(const std::string& app, std::optional<std::
 void X11Performer::activate(const std::string& app) {
   const std::string step = "app " + app;
   auto& x = connection(step);
-  auto window = findWindow(x.display, x.root(), app);
-  if (!window && isBrowser(app)) {
-    // The browser the studio drives is started as `open` would start it, so that the
-    // steps after this one reach the same window.
+  std::optional<Window> window;
+  if (isBrowser(app)) {
+    // The browser is the one the studio drives, which `open` and `js` reach: started
+    // here when it is not running, and told from any other Chromium by its pid.
     try {
       browser().ensureRunning();
     } catch (const std::exception&) {
       throw PerformError::noSuchApp(app);
     }
     for (int i = 0; i < static_cast<int>(options_.appStartTimeout / 0.1) && !window; ++i) {
-      window = findWindow(x.display, x.root(), app);
+      window = windowOfProcess(x.display, x.root(), browser().pid());
       if (!window) pause(0.1);
       x.check(step);
     }
     if (!window) throw PerformError::noSuchApp(app);
+  } else {
+    window = findWindow(x.display, x.root(), app);
   }
   if (!window) {
     const auto command = launchCommand(app);
