@@ -164,6 +164,9 @@ TEST(DemoFilm, MadeFromNothingItSpeaksOverItsBedWhileThePagePerforms) {
   EXPECT_GT(between, -55) << "the bed should be heard between the lines";
   EXPECT_GT(intro, -55) << "the bed should be heard before the first line";
   EXPECT_LT(intro, speech - 6);
+  // ...and it lasts through the closing hold after the last line.
+  const double closing = meanVolume(film, lines["l8"].end + 0.3, 1);
+  EXPECT_GT(closing, -55) << "the bed should be heard after the last line";
 
   // The page answers the script: Add opens its sheet, Reminders switches the view.
   const double add = cueTime("click 1736,88");
