@@ -22,7 +22,7 @@ packages=(
   libopenblas-dev python3-torch
   # The shoot: the desktop it performs on and films (XTest, libxdo, x11grab and x264),
   # a virtual display for tests and for machines without one, and Chromium for web steps.
-  libavdevice-dev libswscale-dev libx11-dev libxtst-dev libxdo-dev xvfb xdotool xterm chromium
+  libavdevice-dev libswscale-dev libx11-dev libxtst-dev libxdo-dev libwebsockets-dev xvfb xdotool xterm chromium
   # scripts/demo-film reads the studio's answers with jq; tools/make-demo-bed.sh synthesises with sox.
   jq sox libsox-fmt-base
   # The window: Dear ImGui on SDL2 and OpenGL.

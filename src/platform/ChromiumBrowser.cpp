@@ -1,5 +1,6 @@
 #include "platform/ChromiumBrowser.hpp"
 #include "platform/DevToolsMessage.hpp"
+#include "platform/DevToolsSocket.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -30,6 +31,7 @@ struct ChromiumBrowser::Pipe {
   std::deque<std::string> waiting;
   int nextId = 1;
   std::string session;   // the front page's, once attached
+  std::unique_ptr<DevToolsSocket> socket;  // the user's own browser, instead of a pipe
 
   ~Pipe() {
     if (toBrowser >= 0) ::close(toBrowser);
@@ -47,6 +49,7 @@ struct ChromiumBrowser::Pipe {
   }
 
   bool alive() {
+    if (socket) return socket->isOpen();
     if (pid <= 0) return false;
     int status = 0;
     if (::waitpid(pid, &status, WNOHANG) == pid) {
@@ -57,6 +60,7 @@ struct ChromiumBrowser::Pipe {
   }
 
   void send(const json& message) {
+    if (socket) return socket->send(message.dump());
     std::string text = message.dump();
     text.push_back('\0');
     const char* at = text.data();
@@ -80,6 +84,10 @@ struct ChromiumBrowser::Pipe {
       }
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
       if (left <= 0) return std::nullopt;
+      if (socket) {
+        for (auto& text : socket->receive(until)) waiting.push_back(std::move(text));
+        continue;
+      }
       pollfd p{fromBrowser, POLLIN, 0};
       const int ready = ::poll(&p, 1, static_cast<int>(left));
       if (ready < 0 && errno == EINTR) continue;
@@ -133,6 +141,13 @@ void ChromiumBrowser::quit() { pipe_.reset(); }
 void ChromiumBrowser::ensureRunning() {
   if (isRunning()) return;
   pipe_.reset();
+  if (attachPort) {
+    auto pipe = std::make_unique<Pipe>();
+    pipe->socket = std::make_unique<DevToolsSocket>(*attachPort, timeout);
+    attach(*pipe);
+    pipe_ = std::move(pipe);
+    return;
+  }
   std::error_code ignored;
   std::filesystem::create_directories(profile_, ignored);
 
@@ -187,25 +202,28 @@ void ChromiumBrowser::ensureRunning() {
   ::close(answers[1]);
   if (failed != 0) throw std::runtime_error(program_ + " could not start: " + std::strerror(failed));
   pipe->pid = pid;
+  attach(*pipe);
+  pipe_ = std::move(pipe);
+}
 
+void ChromiumBrowser::attach(Pipe& pipe) const {
   // The first page target is the front tab; attach to it once, flat, so commands go by session.
   const auto until = Clock::now() + timeout;
   for (;;) {
-    const auto targets = pipe->call("Target.getTargets", json::object(), timeout, false);
+    const auto targets = pipe.call("Target.getTargets", json::object(), timeout, false);
     for (const auto& info : targets.value("targetInfos", json::array())) {
       if (info.value("type", std::string()) != "page") continue;
-      const auto attached = pipe->call("Target.attachToTarget",
+      const auto attached = pipe.call("Target.attachToTarget",
                                        {{"targetId", info.value("targetId", std::string())}, {"flatten", true}},
                                        timeout, false);
-      pipe->session = attached.value("sessionId", std::string());
+      pipe.session = attached.value("sessionId", std::string());
       break;
     }
-    if (!pipe->session.empty()) break;
+    if (!pipe.session.empty()) break;
     if (Clock::now() > until) throw std::runtime_error("Chromium started but showed no page");
     ::usleep(50000);
   }
-  pipe->call("Page.enable", json::object(), timeout);
-  pipe_ = std::move(pipe);
+  pipe.call("Page.enable", json::object(), timeout);
 }
 
 void ChromiumBrowser::navigate(const std::string& url) {

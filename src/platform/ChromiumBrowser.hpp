@@ -10,7 +10,9 @@ namespace tavorin {
 
 // The browser on camera: a Chromium the studio starts with its own profile and
 // drives over the DevTools protocol on a pipe (requests on its descriptor 3,
-// answers on 4, each message JSON closed by a NUL). Blocking; used from one thread.
+// answers on 4, each message JSON closed by a NUL), or, when the user prefers their
+// own, one they started with `--remote-debugging-port`, reached over its WebSocket.
+// Blocking; used from one thread.
 class ChromiumBrowser {
  public:
   // `program` empty: `chromium` on PATH.
@@ -36,11 +38,16 @@ class ChromiumBrowser {
   std::optional<std::string> display;
   // A screen of this size (width, height) that the window covers from its top-left
   // corner, in kiosk mode, so that the page alone is on camera. Unset: the browser
-  // places and furnishes its window as it likes.
+  // places and furnishes its window as it likes. Only a browser we start.
   std::optional<std::pair<int, int>> fill;
+  // Set: attach to the user's Chromium on this port instead of starting one. It is
+  // never started or ended by us; quit only lets go of it.
+  std::optional<int> attachPort;
 
  private:
   struct Pipe;
+  // Finds the front tab and attaches to it, so commands go to its page.
+  void attach(Pipe& pipe) const;
   std::unique_ptr<Pipe> pipe_;
   std::filesystem::path profile_;
   std::string program_;

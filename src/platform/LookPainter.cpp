@@ -19,31 +19,39 @@ namespace tavorin {
 
 namespace {
 
-// One Cairo surface and its context, released together.
+// A Cairo surface painting straight into an Image's pixels, so that the finished
+// picture is handed over without a copy. A row of 32-bit pixels is always a stride
+// Cairo accepts.
 struct Canvas {
-  cairo_surface_t* surface;
-  cairo_t* cr;
-  Canvas(int w, int h)
-      : surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, std::max(w, 1), std::max(h, 1))),
-        cr(cairo_create(surface)) {}
-  ~Canvas() {
-    cairo_destroy(cr);
-    cairo_surface_destroy(surface);
+  Image out;
+  cairo_surface_t* surface = nullptr;
+  cairo_t* cr = nullptr;
+  Canvas(int w, int h) : Canvas(Image{std::max(w, 1), std::max(h, 1), {}}) {}
+  // Starts from a picture already painted, such as a held wallpaper.
+  explicit Canvas(Image start) : out(std::move(start)) {
+    out.pixels.resize(size_t(out.width) * out.height);
+    surface = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(out.pixels.data()),
+                                                  CAIRO_FORMAT_ARGB32, out.width, out.height, out.width * 4);
+    cr = cairo_create(surface);
   }
+  ~Canvas() { release(); }
   Canvas(const Canvas&) = delete;
   Canvas& operator=(const Canvas&) = delete;
 
   Image image() {
-    cairo_surface_flush(surface);
-    Image out;
-    out.width = cairo_image_surface_get_width(surface);
-    out.height = cairo_image_surface_get_height(surface);
-    out.pixels.resize(size_t(out.width) * out.height);
-    const int stride = cairo_image_surface_get_stride(surface);
-    const unsigned char* data = cairo_image_surface_get_data(surface);
-    for (int y = 0; y < out.height; ++y)
-      std::memcpy(&out.pixels[size_t(y) * out.width], data + size_t(y) * stride, size_t(out.width) * 4);
-    return out;
+    release();
+    return std::move(out);
+  }
+
+ private:
+  void release() {
+    if (cr) cairo_destroy(cr);
+    if (surface) {
+      cairo_surface_finish(surface);
+      cairo_surface_destroy(surface);
+    }
+    cr = nullptr;
+    surface = nullptr;
   }
 };
 
@@ -257,17 +265,17 @@ std::vector<std::uint8_t> Wallpapers::noise(int samples, std::uint64_t seed) {
   return out;
 }
 
-std::optional<Image> Wallpapers::Store::find(const Looks::Fields& fields, int width, int height) {
+std::shared_ptr<const Image> Wallpapers::Store::find(const Looks::Fields& fields, int width, int height) {
   std::lock_guard guard(lock_);
   for (const auto& [key, image] : held_)
     if (key == Key{fields, width, height}) return image;
-  return std::nullopt;
+  return nullptr;
 }
 
 void Wallpapers::Store::hold(const Looks::Fields& fields, int width, int height, Image image) {
   std::lock_guard guard(lock_);
   std::erase_if(held_, [&](const auto& entry) { return entry.first == Key{fields, width, height}; });
-  held_.emplace_back(Key{fields, width, height}, std::move(image));
+  held_.emplace_back(Key{fields, width, height}, std::make_shared<const Image>(std::move(image)));
   while (held_.size() > keep_) held_.erase(held_.begin());
 }
 
@@ -281,22 +289,28 @@ Wallpapers::Store& Wallpapers::store() {
   return shared;
 }
 
-Image Wallpapers::image(const Looks::Fields& fields, int width, int height) {
-  if (auto held = store().find(fields, width, height)) return *held;
+std::shared_ptr<const Image> Wallpapers::image(const Looks::Fields& fields, int width, int height) {
+  if (auto held = store().find(fields, width, height)) return held;
   Canvas canvas(width, height);
   drawFields(canvas.cr, fields, 0, 0, width, height);
-  Image out = canvas.image();
-  store().hold(fields, width, height, out);
-  return out;
+  store().hold(fields, width, height, canvas.image());
+  return store().find(fields, width, height);
 }
 
 Image LookPainter::background(const Look& look, Size frame, const Looks::Rect& picture,
                               const std::filesystem::path& production) {
-  Canvas canvas(frame.width, frame.height);
+  const auto ground = Looks::ground(look);
+  const auto& fallback = ground.kind == Looks::Ground::Kind::preset ? Looks::named(ground.value)
+                                                                     : Looks::named(Looks::defaultPreset);
+  // A wallpaper ground starts as a copy of the held painting: one copy, no compositing.
+  std::shared_ptr<const Image> paper;
+  if (ground.kind != Looks::Ground::Kind::image && !(ground.kind == Looks::Ground::Kind::color && Looks::isColor(ground.value)))
+    if (const auto* f = std::get_if<Looks::Fields>(&fallback.wallpaper))
+      paper = Wallpapers::image(*f, frame.width, frame.height);
+  Canvas canvas = paper ? Canvas(*paper) : Canvas(frame.width, frame.height);
   cairo_t* cr = canvas.cr;
   const double w = frame.width, h = frame.height;
-  const auto ground = Looks::ground(look);
-  bool painted = false;
+  bool painted = paper != nullptr;
   if (ground.kind == Looks::Ground::Kind::image) painted = fillImage(cr, production / ground.value, 0, 0, w, h);
   if (!painted && ground.kind == Looks::Ground::Kind::color && Looks::isColor(ground.value)) {
     const auto c = colour(ground.value);
@@ -311,8 +325,8 @@ Image LookPainter::background(const Look& look, Size frame, const Looks::Rect& p
     if (const auto* g = std::get_if<Looks::Gradient>(&preset.wallpaper)) {
       drawGradient(cr, *g, 0, 0, w, h);
     } else {
-      const Image paper = Wallpapers::image(std::get<Looks::Fields>(preset.wallpaper), frame.width, frame.height);
-      cairo_surface_t* s = surfaceOf(paper);
+      const auto held = Wallpapers::image(std::get<Looks::Fields>(preset.wallpaper), frame.width, frame.height);
+      cairo_surface_t* s = surfaceOf(*held);
       cairo_set_source_surface(cr, s, 0, 0);
       cairo_paint(cr);
       cairo_surface_destroy(s);

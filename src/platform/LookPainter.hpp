@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -25,14 +26,15 @@ namespace Wallpapers {
 // `samples` by `samples` of 8-bit RGBA from the seed; empty under one sample.
 std::vector<std::uint8_t> noise(int samples, std::uint64_t seed);
 // A fields wallpaper at a size, from the shared cache when it was painted before.
-Image image(const Looks::Fields& fields, int width, int height);
+// Shared, not copied: a 1080p sheet is eight megabytes.
+std::shared_ptr<const Image> image(const Looks::Fields& fields, int width, int height);
 
 // The newest few images, oldest out first, under a lock: the window and the
 // exporter's thread ask for the same ones.
 class Store {
  public:
   explicit Store(size_t keep) : keep_(keep) {}
-  std::optional<Image> find(const Looks::Fields& fields, int width, int height);
+  std::shared_ptr<const Image> find(const Looks::Fields& fields, int width, int height);
   void hold(const Looks::Fields& fields, int width, int height, Image image);
   size_t size();
 
@@ -44,7 +46,7 @@ class Store {
   };
   std::mutex lock_;
   size_t keep_;
-  std::vector<std::pair<Key, Image>> held_;  // oldest first
+  std::vector<std::pair<Key, std::shared_ptr<const Image>>> held_;  // oldest first
 };
 
 Store& store();

@@ -30,6 +30,7 @@
 #include "kit/Keys.hpp"
 #include "platform/ChromiumBrowser.hpp"
 #include "platform/TavorinPaths.hpp"
+#include "platform/UserDefaults.hpp"
 
 extern char** environ;
 
@@ -177,6 +178,18 @@ X11Performer::X11Performer() : X11Performer(Options{}) {}
 
 X11Performer::X11Performer(Options options) : options_(std::move(options)) {
   if (options_.browserProfile.empty()) options_.browserProfile = TavorinPaths::supportDir() / "chromium";
+  if (!options_.browserPort) {
+    auto port = Environment::value("TAVORIN_CHROMIUM_PORT");
+    if (!port) port = UserDefaults::standard().stringValue("chromiumPort");
+    if (port) {
+      try {
+        const int n = std::stoi(*port);
+        if (n > 0 && n < 65536) options_.browserPort = n;
+      } catch (const std::exception&) {
+        // Not a port: the studio's own browser, as if none were named.
+      }
+    }
+  }
 }
 
 X11Performer::~X11Performer() = default;
@@ -604,8 +617,10 @@ void X11Performer::activate(const std::string& app) {
     } catch (const std::exception&) {
       throw PerformError::noSuchApp(app);
     }
+    // The user's own browser, attached by its port, has no pid of ours: its name finds it.
+    const long pid = browser().pid();
     for (int i = 0; i < static_cast<int>(options_.appStartTimeout / 0.1) && !window; ++i) {
-      window = windowOfProcess(x.display, x.root(), browser().pid());
+      window = pid > 0 ? windowOfProcess(x.display, x.root(), pid) : findWindow(x.display, x.root(), app);
       if (!window) pause(0.1);
       x.check(step);
     }
@@ -653,14 +668,17 @@ bool X11Performer::isBrowser(const std::string& app) const {
 ChromiumBrowser& X11Performer::browser() {
   if (!browser_) {
     browser_ = std::make_unique<ChromiumBrowser>(options_.browserProfile, options_.browserProgram);
-    // The browser is a window on the display the steps act on, and fills its screen.
+    // The browser is a window on the display the steps act on; one we start fills its screen.
     browser_->display = options_.display ? options_.display : Environment::value("DISPLAY");
-    try {
-      auto& x = connection("open");
-      const int screen = DefaultScreen(x.display);
-      browser_->fill = std::make_pair(DisplayWidth(x.display, screen), DisplayHeight(x.display, screen));
-    } catch (const PerformError&) {
-      // No display to measure: the browser's own window, and the step says why it failed.
+    browser_->attachPort = options_.browserPort;
+    if (!browser_->attachPort) {
+      try {
+        auto& x = connection("open");
+        const int screen = DefaultScreen(x.display);
+        browser_->fill = std::make_pair(DisplayWidth(x.display, screen), DisplayHeight(x.display, screen));
+      } catch (const PerformError&) {
+        // No display to measure: the browser's own window, and the step says why it failed.
+      }
     }
   }
   return *browser_;

@@ -19,6 +19,9 @@ class X11Performer final : public Performer {
     std::optional<std::string> display;         // default: $DISPLAY
     std::filesystem::path browserProfile;       // default: <support>/chromium
     std::string browserProgram;                 // default: chromium on PATH
+    // The user's own Chromium, started with --remote-debugging-port; default:
+    // TAVORIN_CHROMIUM_PORT, else "chromiumPort" in the defaults; none: the studio's own.
+    std::optional<int> browserPort;
     double appStartTimeout = 10;                // seconds an app we start has to show a window
     double typePause = 0.02;                    // between chunks of typed text
   };

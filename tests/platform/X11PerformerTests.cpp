@@ -11,10 +11,12 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 #include <thread>
 
 #include "TestSupport.hpp"
+#include "Processes.hpp"
 #include "VirtualDisplay.hpp"
 #include "platform/ChromiumBrowser.hpp"
 #include "platform/X11Performer.hpp"
@@ -392,4 +394,49 @@ TEST(X11Performer, AppChromiumStartsTheDrivenBrowserFillingTheScreen) {
   // Asked again, it is the same browser, raised.
   desk.performer->activate("chromium");
   EXPECT_EQ(desk.performer->browser().pid(), pid);
+}
+
+TEST(X11Performer, AttachesToAChromiumTheUserStartedAndLeavesItRunning) {
+  Desk desk;
+  NEED_DISPLAY(desk);
+  if (::access("/usr/bin/chromium", X_OK) != 0) GTEST_SKIP() << "Chromium is not installed (Debian package chromium)";
+  test::TempDir own, logs, site;
+  // Port 0: Chromium picks a free one and names it in its profile.
+  const auto chromium = test::spawn("/usr/bin/chromium",
+                                    {"--no-sandbox", "--remote-debugging-port=0", "--user-data-dir=" + own.path().string(),
+                                     "--no-first-run", "--password-store=basic", "about:blank"},
+                                    {"DISPLAY=" + desk.display.name()}, logs.path());
+  ASSERT_TRUE(test::waitForFile(own / "DevToolsActivePort", 20s));
+  int port = 0;
+  for (int i = 0; i < 100 && port == 0; ++i) {
+    std::ifstream(own / "DevToolsActivePort") >> port;
+    if (port == 0) std::this_thread::sleep_for(50ms);
+  }
+  ASSERT_GT(port, 0);
+
+  test::writeFile(site / "page.html", "<html><head><title>Attached</title></head><body></body></html>");
+  ChromiumBrowser browser(desk.profile.path());
+  browser.attachPort = port;
+  browser.navigate("file://" + (site / "page.html").string());
+  EXPECT_EQ(browser.evaluate("document.title"), "\"Attached\"");
+  EXPECT_EQ(browser.evaluate("[1, 2].map(x => x * 21)"), "[21,42]");
+  EXPECT_EQ(browser.pid(), -1);  // not ours
+  browser.quit();
+  EXPECT_EQ(test::waitFor(chromium.pid, 300ms), -1);  // letting go never ends the user's browser
+
+  // A port where nothing listens says which port and how to start the browser there.
+  ::kill(chromium.pid, SIGTERM);
+  test::waitFor(chromium.pid, 10s);
+  ChromiumBrowser gone(desk.profile.path());
+  gone.attachPort = port;
+  gone.timeout = 3s;
+  try {
+    gone.ensureRunning();
+    FAIL() << "attached to nothing";
+  } catch (const std::runtime_error& e) {
+    EXPECT_NE(std::string(e.what()).find("can't reach the browser on port " + std::to_string(port) +
+                                         " (start Chromium with --remote-debugging-port=" + std::to_string(port) + ")"),
+              std::string::npos)
+        << e.what();
+  }
 }

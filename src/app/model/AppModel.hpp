@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <cstdlib>
 #include <mutex>
 #include <deque>
 #include <functional>
@@ -36,6 +37,7 @@
 #include "kit/LineEdits.hpp"
 #include "kit/Retime.hpp"
 #include "kit/Schedule.hpp"
+#include "kit/SoundCue.hpp"
 #include "kit/Recording.hpp"
 #include "kit/SessionStore.hpp"
 #include "app/model/SessionWriter.hpp"
@@ -207,7 +209,7 @@ class AppModel {
   VoiceGroups::CueTags cueTags() const;
   // Gives a line an audio file of the user's own, copied into audio/; what follows
   // moves to fit its length. Answers the line's new length.
-  double setLineAudio(const std::string& id, const std::filesystem::path& file);
+  double importVoice(const std::filesystem::path& file, const std::string& id);
 
   // ---- Renders ------------------------------------------------------------------
   // The words behind a file until it lands.
@@ -268,6 +270,19 @@ class AppModel {
   std::function<RenderQueue::Plan(const std::string&)> auditionJob;
   std::function<void(const std::string&, const RenderResult&)> auditionFinished;
   std::function<void(bool failed)> renderDrained;
+
+  // ---- The sound cues ------------------------------------------------------------------
+  // Sounds the cue through `cuePlayer` unless the set is muted or held; true when it sounded.
+  bool sound(SoundCue cue);
+  bool soundMuted() const;
+  // Kept in the user's defaults, so a muted studio stays muted.
+  void setSoundMuted(bool muted);
+  // A harness (TAVORIN_SILENT, TAVORIN_SNAPSHOT) holds every cue silent, whatever the mute.
+  bool soundHeld() const { return soundHeld_; }
+  void holdSounds(bool held) { soundHeld_ = held; }
+  std::function<void(SoundCue)> cuePlayer;
+  // Opening another production clears the stage: a rehearsal of the last one stops.
+  std::function<void()> clearStage;
 
   // ---- The casting room: hear a voice before casting it ---------------------------
   struct CastingCall {
@@ -512,6 +527,8 @@ class AppModel {
   void useExporter(std::unique_ptr<FilmExporter> exporter);
   FilmExporter* exporter() const { return exporter_.get(); }
   bool exportRunning() const;
+  // A done or failed export goes back to idle, as when its sheet closes.
+  void forgetFinishedExport();
   // The take an export uses: the one chosen for export, else the monitor's when it is
   // complete, else the newest complete take with film.
   std::optional<Take> exportTake() const;
@@ -672,6 +689,8 @@ class AppModel {
   std::map<std::filesystem::path, Footage::Answer> probes_;
   std::set<TimelineGeometry::Lane> mutedLanes_;
   mutable std::optional<std::set<TimelineGeometry::Lane>> hiddenLanes_;
+  mutable std::optional<bool> soundMuted_;
+  bool soundHeld_ = SoundCues::heldByHarness(std::getenv("TAVORIN_SILENT"), std::getenv("TAVORIN_SNAPSHOT"));
   bool fitted_ = false;
   void landTake(const Take& take, const std::string& summary);
   void importFilm(const std::filesystem::path& file, std::optional<std::string> replacing, Done done);

@@ -44,6 +44,10 @@ void AppModel::useExporter(std::unique_ptr<FilmExporter> exporter) {
   if (exporter_) exporter_->onEnd = alive_.guard([this](FilmExporter::Phase phase) { exportEnded(phase); });
 }
 
+void AppModel::forgetFinishedExport() {
+  if (exporter_) exporter_->forgetFinished();
+}
+
 bool AppModel::exportRunning() const { return exporter_ && exporter_->phase() == FilmExporter::Phase::running; }
 
 std::optional<Take> AppModel::exportTake() const {
@@ -200,10 +204,12 @@ void AppModel::exportEnded(FilmExporter::Phase phase) {
       }
     }
     toasts_.post(Toast::Kind::export_, "Exported " + (output ? output->filename().string() : std::string("the film")));
+    sound(SoundCue::exported);
   } else if (phase == FilmExporter::Phase::failed) {
     const std::string why = exporter_->failure().value_or("the export failed");
     note("export failed: " + why);
     toasts_.post(Toast::Kind::failure, why);
+    sound(SoundCue::failed);
   }
   exportStarted_.reset();
 }

@@ -1,10 +1,13 @@
 // The model's side of the render queue: what goes in, what each ticket speaks, and
 // how a finished file lands on a line or on a generation's lines.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <random>
 
 #include "app/model/AppModel.hpp"
+#include "app/model/ImportRouter.hpp"
+#include "voice/AudioFile.hpp"
 #include "voice/Silence.hpp"
 
 namespace tavorin {
@@ -59,6 +62,7 @@ void AppModel::drainedRenders(bool failed) {
   spoken_.clear();
   if (auditions_ && renders_) auditions_->sweep(renders_->states());
   if (renderDrained) renderDrained(failed);
+  sound(failed ? SoundCue::failed : SoundCue::done);
   note(failed ? "render queue drained with failures" : "render queue drained");
 }
 
@@ -301,6 +305,50 @@ void AppModel::landLine(const std::string& id, const std::string& file, const Re
   scheduleDraft();
   note("rendered " + id + " — " + secondsText(result.duration) +
        (result.usedVoice ? " (" + *result.usedVoice + ")" : std::string()) + reflowNote(reflow));
+}
+
+double AppModel::importVoice(const fs::path& file, const std::string& id) {
+  requireEditable();
+  const TimelineItem* found = stored_->item(id);
+  if (!found || found->type != ItemType::line) throw Failure::noSuchLine(id);
+  if (!baseDir_) throw Failure::cannotUse("this production has no folder to copy audio into");
+  if (ImportRouter::kind(file) != ImportRouter::Kind::audio) throw Failure::cannotUse(ImportRouter::refusal(file));
+
+  // A fresh name for every import, so no earlier variant's file is ever written over.
+  const std::string name = id + "-import-" + freshSalt() + file.extension().string();
+  const fs::path copy = *baseDir_ / "audio" / name;
+  std::error_code ec;
+  fs::create_directories(copy.parent_path(), ec);
+  if (!ec) fs::copy_file(file, copy, fs::copy_options::overwrite_existing, ec);
+  if (ec) throw Failure::cannotUse(file.filename().string() + " would not copy into audio/: " + ec.message());
+  const auto seconds = AudioFile::seconds(copy);
+  if (!seconds || !(*seconds > 0)) {
+    fs::remove(copy, ec);
+    throw Failure::cannotUse(file.filename().string() + " has no length this app can measure. Try a wav or an mp3.");
+  }
+
+  Recording next = *stored_;
+  TimelineItem& line = *next.item(id);
+  const double before = line.effectiveDuration().value_or(0);
+  line.audio = "audio/" + name;
+  line.duration = std::round(*seconds * 100) / 100;
+  RenderedFrom receipt;
+  receipt.text = line.text;
+  receipt.character = next.resolvedCharacter(line);
+  receipt.imported = true;
+  receipt.from = file.filename().string();
+  line.renderedFrom = receipt;
+  Variant variant = Variant::speaking(line, *line.audio, actor_.wallNow());
+  variant.imported = true;
+  variant.from = file.filename().string();
+  const auto reflow = Schedule::ripple(next, id, before, next.gap);
+
+  remember("the line audio");
+  setRecording(std::move(next));
+  keepVariant(variant, id);
+  scheduleDraft();
+  note(id + " took " + name + " " + secondsText(*stored_->item(id)->duration) + reflowNote(reflow));
+  return *stored_->item(id)->duration;
 }
 
 void AppModel::landGroup(const std::string& ticket, const RenderResult& result, const std::string& file,

@@ -75,6 +75,11 @@ Recording AppModel::open(const fs::path& dir) {
     scheduleTick();
   }
   playhead_ = 0;
+  if (exporter_ && !exportRunning()) {
+    exporter_->forgetFinished();
+    exporter_->forgetOutput();
+  }
+  if (clearStage) clearStage();
 
   sessionWriter_.write(session_, [dir](const SessionStore& s) { s.rememberProduction(dir); });
   note("opened " + rec.title + " — " + std::to_string(rec.lines().size()) + " lines");

@@ -284,6 +284,7 @@ void AppStore::exportToYouTube() {
 void AppStore::dismissExportSheet() {
   showingExportSheet = false;
   exportSheetArmed = false;
+  production_.forgetFinishedExport();
   production_.note("export sheet dismissed");
 }
 

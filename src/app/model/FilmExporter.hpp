@@ -35,6 +35,8 @@ class FilmExporter {
   virtual void cancel() = 0;
   // A done or failed run goes back to idle.
   virtual void forgetFinished() = 0;
+  // Drops the finished film's path: another production is on the bench.
+  virtual void forgetOutput() = 0;
 
   virtual Phase phase() const = 0;
   virtual double progress() const = 0;

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <cstdlib>
 #include <set>
+#include <vector>
 
 namespace tavorin {
 
@@ -63,9 +65,50 @@ std::optional<ImportRouter::Kind> ImportRouter::kind(const fs::path& file) {
   return std::nullopt;
 }
 
+std::optional<std::string> ImportRouter::describe(const std::string& extension, const std::vector<fs::path>& mimeDirs) {
+  if (extension.size() < 2 || extension[0] != '.') return std::nullopt;
+  std::string glob = "*" + extension;
+  std::transform(glob.begin(), glob.end(), glob.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  for (const auto& dir : mimeDirs) {
+    // globs2 lists weight:type:glob, heaviest first: the first match is the one the desktop uses.
+    std::ifstream globs(dir / "globs2");
+    std::string line, type;
+    while (type.empty() && std::getline(globs, line)) {
+      const auto first = line.find(':'), second = line.find(':', first + 1);
+      if (line.empty() || line[0] == '#' || second == std::string::npos) continue;
+      const std::string pattern = line.substr(second + 1, line.find(':', second + 1) - second - 1);
+      if (pattern == glob) type = line.substr(first + 1, second - first - 1);
+    }
+    if (type.empty() || type.find("..") != std::string::npos) continue;
+    std::ifstream xml(dir / (type + ".xml"));
+    while (std::getline(xml, line)) {
+      // The untranslated comment is the one without a language.
+      const auto open = line.find("<comment>"), close = line.find("</comment>");
+      if (open != std::string::npos && close != std::string::npos && close > open)
+        return line.substr(open + 9, close - open - 9);
+    }
+  }
+  return std::nullopt;
+}
+
+std::vector<fs::path> ImportRouter::mimeDirs() {
+  std::vector<fs::path> dirs;
+  const char* home = std::getenv("XDG_DATA_HOME");
+  if (home && *home) dirs.push_back(fs::path(home) / "mime");
+  const char* data = std::getenv("XDG_DATA_DIRS");
+  std::string list = data && *data ? data : "/usr/local/share:/usr/share";
+  for (std::size_t at = 0; at <= list.size();) {
+    const auto colon = std::min(list.find(':', at), list.size());
+    if (colon > at) dirs.push_back(fs::path(list.substr(at, colon - at)) / "mime");
+    at = colon + 1;
+  }
+  return dirs;
+}
+
 std::string ImportRouter::refusal(const fs::path& file) {
-  return file.filename().string() +
-         " can't be imported yet: bringing footage, audio and stills into a production is not part of this build.";
+  const std::string extension = file.extension().string();
+  std::string description = describe(extension, mimeDirs()).value_or(extension.empty() ? "no file type" : extension);
+  return "can't use " + file.filename().string() + " — " + description + ". Tavorin takes video, audio and stills.";
 }
 
 }  // namespace tavorin

@@ -16,6 +16,7 @@
 #include "platform/FontCatalog.hpp"
 #include "platform/FreedesktopTrash.hpp"
 #include "platform/SdlAudioOutput.hpp"
+#include "platform/SoundCuePlayer.hpp"
 #include "platform/TavorinPaths.hpp"
 
 namespace tavorin {
@@ -44,6 +45,8 @@ AppDelegate::AppDelegate(asio::io_context& context)
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::attachAudio() {
+  cues_ = std::make_unique<SoundCuePlayer>([] { return std::make_unique<SdlAudioOutput>(); });
+  model_->cuePlayer = [this](SoundCue cue) { cues_->play(cue); };
   try {
     audio_ = std::make_unique<SdlAudioOutput>();
   } catch (const std::exception& e) {

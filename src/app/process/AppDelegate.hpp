@@ -18,6 +18,7 @@ class WorkerPool;
 class OperatorServer;
 class OperatorService;
 class AudioOutput;
+class SoundCuePlayer;
 
 // The process itself: owns the store and the operator server, runs the launch
 // sequence and the orderly stop.
@@ -50,6 +51,7 @@ class AppDelegate {
   std::unique_ptr<FreedesktopTrash> trash_;
   // Declared before the model, so that it outlives the transport that plays into it.
   std::unique_ptr<AudioOutput> audio_;
+  std::unique_ptr<SoundCuePlayer> cues_;
   void attachAudio();
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<AppStore> store_;

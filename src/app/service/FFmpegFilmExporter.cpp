@@ -30,6 +30,7 @@ std::filesystem::path FFmpegFilmExporter::start(const Job& job) {
 
 void FFmpegFilmExporter::cancel() { exporter_->cancel(); }
 void FFmpegFilmExporter::forgetFinished() { exporter_->forgetFinished(); }
+void FFmpegFilmExporter::forgetOutput() { exporter_->forgetOutput(); }
 
 FilmExporter::Phase FFmpegFilmExporter::phase() const {
   switch (exporter_->phase()) {

@@ -21,6 +21,7 @@ class FFmpegFilmExporter final : public FilmExporter {
   std::filesystem::path start(const Job& job) override;
   void cancel() override;
   void forgetFinished() override;
+  void forgetOutput() override;
   Phase phase() const override;
   double progress() const override;
   std::optional<std::filesystem::path> output() const override;

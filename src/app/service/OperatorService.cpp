@@ -45,6 +45,7 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerPicture();
   registerRender();
   registerCasting();
+  registerSound();
   registerWaiting();
 }
 

@@ -16,6 +16,7 @@ namespace tavorin {
 class AppStore;
 class AppModel;
 class Stage;
+enum class SoundCue;
 struct CameraVerdict;
 class OperatorArgs;
 struct TimelineItem;
@@ -95,6 +96,10 @@ class OperatorService {
   void registerPicture();
   void registerRender();
   void registerCasting();
+  void registerSound();
+  JSONValue linesReport() const;
+  Answer soundVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  JSONValue soundReport(std::optional<SoundCue> played, bool sounded) const;
   void registerWaiting();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 

@@ -159,7 +159,7 @@ OperatorService::Answer OperatorService::castVerbs(const OperatorCommand& c, con
     const auto id = a.text("id");
     const auto path = a.path("path");
     if (!id || !path) return OperatorResult::failure("line.audio needs id=<line id> path=<audio file>");
-    const double seconds = model().setLineAudio(*id, *path);
+    const double seconds = model().importVoice(*path, *id);
     const TimelineItem& line = *model().recording().item(*id);
     return OperatorResult::success(JSONValue::object(
         {{"id", *id}, {"audio", Reports::text(line.audio)}, {"duration", JSONValue::seconds(seconds)}}));

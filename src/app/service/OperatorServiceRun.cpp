@@ -49,7 +49,7 @@ JSONValue policyJSON(const std::optional<AgentPolicy>& policy) {
 
 }  // namespace
 
-OperatorService::~OperatorService() = default;
+OperatorService::~OperatorService() { model().clearStage = nullptr; }
 
 void OperatorService::useStage(std::unique_ptr<Stage> stage) { stage_ = std::move(stage); }
 
@@ -59,6 +59,9 @@ Stage& OperatorService::stage() {
 }
 
 void OperatorService::registerRun() {
+  model().clearStage = [this] {
+    if (stage_) stage_->clear(model());
+  };
   onBranch(&OperatorService::runVerbs,
            {"run", "run.plan", "run.status", "run.abort", "agent.policy", "agent.command"});
 }

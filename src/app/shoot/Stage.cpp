@@ -67,6 +67,7 @@ Take Stage::record(AppModel& model, bool free) {
       // The camera finds the window itself and says what is wrong with it.
     }
   }
+  shoot_->onCue = [&model](int cue) { model.sound(static_cast<SoundCue>(cue)); };
   shoot_->onFinished = [&model](const Take& take) {
     if (take.status == Take::Status::complete || take.status == Take::Status::aborted) {
       try {
@@ -116,6 +117,11 @@ RunPlan Stage::run(AppModel& model, Runner::Mode mode) {
 void Stage::stop(AppModel& model) {
   runner_->stop();
   model.note("stop run: " + runner_->report());
+}
+
+void Stage::clear(AppModel& model) {
+  if (shoot_->isRolling() || !runner_->isRunning()) return;
+  stop(model);
 }
 
 void Stage::abort(AppModel& model) {

@@ -45,6 +45,9 @@ class Stage {
   // Stops the run and notes it in the production's feed.
   void stop(AppModel& model);
   void abort(AppModel& model);
+  // Another production is opening: a dry run or rehearsal of the last one stops. A
+  // rolling take is left to its own cut.
+  void clear(AppModel& model);
 
  private:
   std::unique_ptr<Performer> performer_;

@@ -39,6 +39,7 @@ struct FakeExporter : FilmExporter {
     out.reset();
   }
   void forgetFinished() override { state = Phase::idle; }
+  void forgetOutput() override { out.reset(); }
   Phase phase() const override { return state; }
   double progress() const override { return share; }
   std::optional<fs::path> output() const override { return out; }
@@ -157,6 +158,9 @@ TEST_F(AppModelExportTest, ARunTakesTheStoredTargetUnderItsOwnChoicesAndWritesNo
 }
 
 TEST_F(AppModelExportTest, TheEndOfARunIsHeardAndItsPaceLearnedForTheEstimate) {
+  std::vector<SoundCue> heard;
+  model.holdSounds(false);
+  model.cuePlayer = [&](SoundCue cue) { heard.push_back(cue); };
   shoot(take("t1", "2026-02-16T10:00:00Z", 12));  // 10 s of film between the pads
   const auto first = model.exportEstimate();
   ASSERT_TRUE(first);
@@ -176,10 +180,42 @@ TEST_F(AppModelExportTest, TheEndOfARunIsHeardAndItsPaceLearnedForTheEstimate) {
   model.sessionWriter().flush();
   EXPECT_DOUBLE_EQ(SessionStore(tmp / "support/session.json").read().exportSpeeds->at("240"), 0.5);
 
-  fake->forgetFinished();
+  // The finished run stands until its sheet closes, then the exporter is idle again.
+  EXPECT_EQ(fake->phase(), FilmExporter::Phase::done);
+  model.forgetFinishedExport();
+  EXPECT_EQ(fake->phase(), FilmExporter::Phase::idle);
   model.exportFilm();
   fake->end(FilmExporter::Phase::failed);
   EXPECT_EQ(model.events().back(), "export failed: ffmpeg couldn't make the file: status 1");
+  EXPECT_EQ(heard, (std::vector<SoundCue>{SoundCue::exported, SoundCue::failed}));
+
+  // Held by a harness, nothing sounds whatever the mute says.
+  model.holdSounds(true);
+  EXPECT_FALSE(model.sound(SoundCue::done));
+  EXPECT_EQ(heard.size(), 2u);
+}
+
+TEST_F(AppModelExportTest, AMutedSetStaysMutedForTheNextLaunch) {
+  test::ScopedEnv support{"TAVORIN_SUPPORT", (tmp / "support").string()};
+  int heard = 0;
+  model.holdSounds(false);
+  model.cuePlayer = [&](SoundCue) { ++heard; };
+  EXPECT_TRUE(model.sound(SoundCue::cut));
+  model.setSoundMuted(true);
+  actor.drain();
+  EXPECT_FALSE(model.sound(SoundCue::cut));
+  EXPECT_EQ(heard, 1);
+  EXPECT_EQ(model.events().back(), "sound cues muted");
+
+  AppModel next{actor, SessionStore(tmp / "support/session.json"), pasteboard};
+  EXPECT_TRUE(next.soundMuted());
+  // A player that throws (no device) is noted, never thrown at what the cue marks.
+  next.holdSounds(false);
+  next.setSoundMuted(false);
+  next.cuePlayer = [](SoundCue) { throw std::runtime_error("No sound output could start: no device."); };
+  EXPECT_FALSE(next.sound(SoundCue::done));
+  EXPECT_EQ(next.events().back(), "sound cue done did not play: No sound output could start: no device.");
+  actor.drain();
 }
 
 TEST_F(AppModelExportTest, CancelStopsTheRunAndALaunchFailureIsTheUsersSentence) {

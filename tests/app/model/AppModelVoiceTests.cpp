@@ -162,21 +162,42 @@ TEST_F(VoiceModel, TheLocalServerAddressIsNormalisedAndSavedPrivately) {
 TEST_F(VoiceModel, ALineTakesAnAudioFileOfItsOwn) {
   const fs::path tone = tmp / "take one.wav";
   ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i sine=duration=3.5 -ar 22050 -ac 1 '" + tone.string() + "'").c_str()), 0);
-  EXPECT_DOUBLE_EQ(model.setLineAudio("l1", tone), 3.5);
-  const TimelineItem& line = *model.recording().item("l1");
-  EXPECT_EQ(line.audio, "audio/l1-import-1.wav");
-  EXPECT_TRUE(fs::exists(tmp / "voiced/audio/l1-import-1.wav"));
+  EXPECT_DOUBLE_EQ(model.importVoice(tone, "l1"), 3.5);
+  const TimelineItem line = *model.recording().item("l1");
+  ASSERT_TRUE(line.audio);
+  EXPECT_EQ(line.audio->rfind("audio/l1-import-", 0), 0u) << *line.audio;
+  EXPECT_TRUE(fs::exists(tmp / "voiced" / *line.audio));
   EXPECT_EQ(line.renderedFrom->imported, true);
+  EXPECT_EQ(line.renderedFrom->from, "take one.wav");
   EXPECT_FALSE(model.recording().isStale(line));
   // The line grew by 1.5 s; what follows moved as much.
   EXPECT_DOUBLE_EQ(*model.recording().item("l2")->start, 4.0);
-  EXPECT_EQ(VariantsStore(tmp / "voiced").read().lines.at("l1").size(), 1u);
+  EXPECT_EQ(model.events().back(), "l1 took " + line.audio->substr(6) + " 3.50s · 2 lines after it moved +1.50s");
+  const auto kept = VariantsStore(tmp / "voiced").read().lines.at("l1");
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].file, *line.audio);
+  EXPECT_EQ(kept[0].imported, true);
+
+  // The same file again is a new variant under a new name: nothing is written over.
+  actor.drain();  // a turn of its own, an undo step of its own
+  model.importVoice(tone, "l1");
+  EXPECT_NE(*model.recording().item("l1")->audio, *line.audio);
+  EXPECT_TRUE(fs::exists(tmp / "voiced" / *line.audio));
 
   test::writeFile(tmp / "notes.txt", "not a sound");
-  EXPECT_EQ(refusal([&] { model.setLineAudio("l2", tmp / "notes.txt"); }), "notes.txt is not audio this studio can play");
-  EXPECT_EQ(refusal([&] { model.setLineAudio("l2", tmp / "gone.wav"); }), "no file at " + (tmp / "gone.wav").string());
-  EXPECT_EQ(refusal([&] { model.setLineAudio("l9", tone); }), "no line l9 in the open production");
+  if (fs::exists("/usr/share/mime/globs2")) {
+    EXPECT_EQ(refusal([&] { model.importVoice(tmp / "notes.txt", "l2"); }),
+              "can't use notes.txt — plain text document. Tavorin takes video, audio and stills.");
+  }
+  EXPECT_EQ(refusal([&] { model.importVoice(tmp / "gone.wav", "l2"); }),
+            "gone.wav would not copy into audio/: No such file or directory");
+  test::writeFile(tmp / "broken.wav", "RIFF, but nothing after it");
+  EXPECT_EQ(refusal([&] { model.importVoice(tmp / "broken.wav", "l2"); }),
+            "broken.wav has no length this app can measure. Try a wav or an mp3.");
+  EXPECT_EQ(std::distance(fs::directory_iterator(tmp / "voiced/audio"), fs::directory_iterator()), 3);  // two imports and the index: no leftovers
+  EXPECT_EQ(refusal([&] { model.importVoice(tone, "l9"); }), "no line l9 in the open production");
   actor.drain();
+  model.undo();
   model.undo();
   EXPECT_EQ(model.recording(), production());
 }

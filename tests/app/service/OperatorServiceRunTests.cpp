@@ -139,6 +139,16 @@ TEST_F(RunVerbsTest, AbortStopsARehearsalWhereItStands) {
   EXPECT_EQ(performer->calls().size(), 1u);
 }
 
+TEST_F(RunVerbsTest, OpeningAnotherProductionStopsARehearsalOfTheLast) {
+  openWithScript("click 1 1\nwait 5\nclick 2 2\n");
+  data("run", {{"rehearse", "1"}});
+  play(1000ms);
+  data("recording.new", {{"title", "Another"}});
+  EXPECT_EQ(data("run.status")["running"]->boolValue(), false);
+  play(6000ms);
+  EXPECT_EQ(performer->calls().size(), 1u);  // the second click never came
+}
+
 TEST_F(RunVerbsTest, AFailedStepIsReportedWithItsLineAndTheStudioAnswersOn) {
   openWithScript("click 1 1\nkey cmd+nonsense\nclick 2 2\n");
   data("run", {{"rehearse", "1"}});

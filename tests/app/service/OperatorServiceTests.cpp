@@ -14,6 +14,10 @@
 #include "app/model/ManualMainActor.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
+#include "app/shoot/Stage.hpp"
+#include "app/shoot/FakeRecorder.hpp"
+#include "app/shoot/FakePerformer.hpp"
+#include "app/shoot/FakeAgentStep.hpp"
 #include "app/model/Scope.hpp"
 #include "kit/Pasteboard.hpp"
 #include "kit/RecordingStore.hpp"
@@ -162,36 +166,30 @@ TEST_F(OperatorServiceTest, EveryRowHasAHandlerOrWaitsForItsCapability) {
 // waits, and a verb that was waiting for its part of the studio answers once that
 // part registers it.
 TEST_F(OperatorServiceTest, AVerbThatWaitsLetsTheOthersAnswer) {
-  EXPECT_EQ(error("sound", {{"all", "1"}}), "unhandled verb 'sound'");
-  asio::io_context context;
-  asio::steady_timer done(context, asio::steady_timer::time_point::max());
-  service.on("sound", [&](const OperatorCommand& c, const OperatorArgs& a) -> asio::awaitable<OperatorResult> {
-    std::error_code ec;
-    co_await done.async_wait(asio::redirect_error(asio::use_awaitable, ec));
-    // The command and its arguments live until the answer.
-    co_return OperatorResult::success(JSONValue::object({{"verb", c.verb}, {"all", *a.text("all")}}));
-  });
-  EXPECT_FALSE(service.waitingFor("sound"));
-  EXPECT_THROW(service.on("sound", {}), std::logic_error);
+  // The camera check runs off the actor: it waits until the actor's work is done.
+  service.useStage(std::make_unique<Stage>(actor, std::make_unique<FakePerformer>(),
+                                           std::make_unique<FakeAgentStep>(actor), &actor,
+                                           std::make_unique<FakeRecorder>(), &actor));
+  EXPECT_THROW(service.on("camera", {}), std::logic_error);  // one handler a verb
 
+  asio::io_context context;
   std::vector<std::string> answered;
-  auto ask = [&](std::string verb, std::map<std::string, std::string> args) {
-    asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}),
+  auto ask = [&](std::string verb) {
+    asio::co_spawn(context, service.handle(OperatorCommand{verb, {}}),
                    [&answered, verb](std::exception_ptr, OperatorResult r) {
-                     answered.push_back(verb + (r.data ? " " + r.data->encode() : " " + r.error.value_or("")));
+                     answered.push_back(verb + (r.ok ? " ok" : " " + r.error.value_or("")));
                    });
   };
-  ask("sound", {{"all", "1"}});
-  ask("ping", {});
-  // Everything that can run while the sound cue waits.
+  ask("camera");
+  ask("ping");
+  // Everything that can run while the camera check waits.
   while (context.poll() > 0) {
   }
-  ASSERT_EQ(answered, (std::vector<std::string>{R"(ping {"pong":true})"}));
-  done.cancel();
+  ASSERT_EQ(answered, std::vector<std::string>{"ping ok"});
+  actor.drain();
   context.restart();
   context.run();
-  ASSERT_EQ(answered.size(), 2u);
-  EXPECT_EQ(answered[1], R"(sound {"all":"1","verb":"sound"})");
+  EXPECT_EQ(answered, (std::vector<std::string>{"ping ok", "camera ok"}));
 }
 
 TEST_F(OperatorServiceTest, AFormerSpellingAnswersAsItsVerb) {
@@ -419,4 +417,61 @@ TEST_F(OperatorServiceTest, ABedIsCopiedAndMeasuredOffTheActorBeforeItIsLaid) {
   std::ofstream(*model.baseDir() / "music/theme.wav", std::ios::trunc) << "not audio";
   EXPECT_NE(error("peaks", {{"id", "m1"}}), "");
   EXPECT_EQ(error("music.add", {{"file", (elsewhere / "missing.wav").string()}}).empty(), false);
+}
+
+TEST_F(OperatorServiceTest, SoundShowsTheSetMutesItAndPlaysACueOnRequest) {
+  std::vector<SoundCue> heard;
+  model.holdSounds(false);
+  model.cuePlayer = [&](SoundCue cue) { heard.push_back(cue); };
+  const JSONValue set = data("sound");
+  const auto* cues = set["cues"]->arrayValue();
+  ASSERT_EQ(cues->size(), 5u);
+  const JSONValue& rolling = (*cues)[2];
+  EXPECT_EQ(rolling["number"]->intValue(), 3);  // the shoot's cue 3 is the roll
+  EXPECT_EQ(rolling["name"]->stringValue(), "rolling");
+  EXPECT_EQ(rolling["timing"]->stringValue(), "1 note of 120 ms");
+  EXPECT_EQ((*cues)[0]["timing"]->stringValue(), "3 notes of 90 ms, 30 ms apart");
+  EXPECT_EQ((*cues)[0]["direction"]->stringValue(), "rising");
+  EXPECT_EQ(set["muted"]->boolValue(), false);
+
+  EXPECT_EQ(data("sound", {{"play", "cut"}})["sounded"]->boolValue(), true);
+  EXPECT_EQ(heard, std::vector<SoundCue>{SoundCue::cut});
+
+  data("sound", {{"muted", "1"}});
+  const JSONValue muted = data("sound", {{"play", "done"}});
+  EXPECT_EQ(muted["muted"]->boolValue(), true);
+  EXPECT_EQ(muted["sounded"]->boolValue(), false);
+  EXPECT_EQ(muted["silentBecause"]->stringValue(), "the cues are muted");
+  EXPECT_EQ(heard.size(), 1u);
+  EXPECT_EQ(error("sound", {{"play", "bell"}}),
+            "no sound cue named \"bell\": done, failed, exported, rolling or cut");
+  EXPECT_EQ(error("sound", {{"muted", "maybe"}}).empty(), false);
+}
+
+TEST_F(OperatorServiceTest, LinesReportsEachLinesPlaceVoiceAndState) {
+  EXPECT_EQ(error("lines"), "no production is open");
+  openSample();
+  const JSONValue report = data("lines");
+  const auto* lines = report["lines"]->arrayValue();
+  ASSERT_EQ(lines->size(), 3u);
+  const JSONValue& l2 = (*lines)[1];
+  EXPECT_EQ(l2["id"]->stringValue(), "l2");
+  EXPECT_EQ(l2["text"]->stringValue(), "Line 2.");
+  EXPECT_EQ(l2["start"]->doubleValue(), 4.0);
+  EXPECT_TRUE(l2["duration"]->isNull());
+  EXPECT_EQ(l2["effective"]->doubleValue(), 1.5);  // a hold stands in for audio
+  EXPECT_EQ(l2["rate"]->doubleValue(), 1.0);
+  EXPECT_EQ(l2["rendered"]->boolValue(), false);
+  EXPECT_EQ(l2["samples"]->intValue(), 0);
+  EXPECT_EQ(l2["pastEnd"]->boolValue(), false);  // no take, no end to pass
+  EXPECT_TRUE(l2["generation"]->isNull());
+  EXPECT_TRUE(l2["contiguous"]->isNull());
+  EXPECT_EQ(l2["stale"]->boolValue(), false);
+  EXPECT_EQ(l2["approveMark"]->stringValue(), "");
+
+  data("line.approve", {{"id", "l2"}});
+  const JSONValue approved = (*data("lines")["lines"]->arrayValue())[1];
+  EXPECT_EQ(approved["approved"]->boolValue(), true);
+  EXPECT_EQ(approved["approveMark"]->stringValue(), "✓");
+  EXPECT_EQ(approved["drifted"]->boolValue(), false);
 }
