@@ -25,6 +25,8 @@ packages=(
   libavdevice-dev libswscale-dev libx11-dev libxtst-dev libxdo-dev libwebsockets-dev xvfb xdotool xterm chromium
   # A sound server of the tests' own, for takes that record the desktop's sound.
   pulseaudio pulseaudio-utils
+  # scripts/demo-film reads the studio's answers with jq; tools/make-demo-bed.sh synthesises with sox.
+  jq sox libsox-fmt-base
   # The window: Dear ImGui on SDL2 and OpenGL.
   libimgui-dev libgl-dev libgl1-mesa-dri
 )

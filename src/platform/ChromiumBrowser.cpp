@@ -165,8 +165,16 @@ void ChromiumBrowser::ensureRunning() {
   std::vector<std::string> args{program_, "--remote-debugging-pipe", "--user-data-dir=" + profile_.string(),
                                 "--no-first-run", "--no-default-browser-check", "--password-store=basic",
                                 "--disable-features=Translate", "--new-window", "about:blank"};
-  // Chromium's sandbox refuses to start under root, which is how these desktops are often run.
-  if (::geteuid() == 0) args.insert(args.begin() + 1, "--no-sandbox");
+  if (fill) {
+    // Chromium keeps a window asked for at exactly the screen's size a pixel short of it
+    // each way, which leaves a dark edge on camera; a pixel more covers the screen.
+    args.insert(args.end() - 1, {"--kiosk", "--window-position=0,0",
+                                 "--window-size=" + std::to_string(fill->first + 1) + "," +
+                                     std::to_string(fill->second + 1)});
+  }
+  // Chromium's sandbox refuses to start under root, which is how these desktops are often
+  // run; --test-type keeps the bar that warns of it off the page, and off camera.
+  if (::geteuid() == 0) args.insert(args.begin() + 1, {"--no-sandbox", "--test-type"});
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);

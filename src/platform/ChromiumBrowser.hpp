@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace tavorin {
 
@@ -35,6 +36,10 @@ class ChromiumBrowser {
   std::chrono::milliseconds timeout{15000};
   // The X display it opens on; unset: the studio's own.
   std::optional<std::string> display;
+  // A screen of this size (width, height) that the window covers from its top-left
+  // corner, in kiosk mode, so that the page alone is on camera. Unset: the browser
+  // places and furnishes its window as it likes. Only a browser we start.
+  std::optional<std::pair<int, int>> fill;
   // Set: attach to the user's Chromium on this port instead of starting one. It is
   // never started or ended by us; quit only lets go of it.
   std::optional<int> attachPort;

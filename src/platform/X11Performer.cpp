@@ -19,6 +19,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -441,8 +442,8 @@ bool answersTo(Display* d, Window w, const std::string& name) {
 }
 
 // Mapped client windows: the window manager's list when there is one, else the
-// root's children and, for a manager's frames, their children.
-std::optional<Window> findWindow(Display* d, Window root, const std::string& name) {
+// root's children and, for a manager's frames, their children; the first that `fits`.
+std::optional<Window> findWindow(Display* d, Window root, const std::function<bool(Window)>& fits) {
   std::vector<Window> candidates;
   const Atom clientList = XInternAtom(d, "_NET_CLIENT_LIST", False);
   Atom actual;
@@ -475,9 +476,19 @@ std::optional<Window> findWindow(Display* d, Window root, const std::string& nam
   for (Window w : candidates) {
     XWindowAttributes attributes;
     if (!XGetWindowAttributes(d, w, &attributes) || attributes.map_state != IsViewable) continue;
-    if (answersTo(d, w, name)) return w;
+    if (fits(w)) return w;
   }
   return std::nullopt;
+}
+
+std::optional<Window> findWindow(Display* d, Window root, const std::string& name) {
+  return findWindow(d, root, [&](Window w) { return answersTo(d, w, name); });
+}
+
+// The window a process shows, by the pid it stamps on it.
+std::optional<Window> windowOfProcess(Display* d, Window root, long pid) {
+  const Atom wmPid = XInternAtom(d, "_NET_WM_PID", False);
+  return findWindow(d, root, [&](Window w) { return cardinal(d, w, wmPid) == std::optional<long>(pid); });
 }
 
 bool hasWindowManager(Display* d, Window root) {
@@ -597,7 +608,26 @@ unsigned long X11Performer::windowOf(const std::string& app, std::optional<std::
 void X11Performer::activate(const std::string& app) {
   const std::string step = "app " + app;
   auto& x = connection(step);
-  auto window = findWindow(x.display, x.root(), app);
+  std::optional<Window> window;
+  if (isBrowser(app)) {
+    // The browser is the one the studio drives, which `open` and `js` reach: started
+    // here when it is not running, and told from any other Chromium by its pid.
+    try {
+      browser().ensureRunning();
+    } catch (const std::exception&) {
+      throw PerformError::noSuchApp(app);
+    }
+    // The user's own browser, attached by its port, has no pid of ours: its name finds it.
+    const long pid = browser().pid();
+    for (int i = 0; i < static_cast<int>(options_.appStartTimeout / 0.1) && !window; ++i) {
+      window = pid > 0 ? windowOfProcess(x.display, x.root(), pid) : findWindow(x.display, x.root(), app);
+      if (!window) pause(0.1);
+      x.check(step);
+    }
+    if (!window) throw PerformError::noSuchApp(app);
+  } else {
+    window = findWindow(x.display, x.root(), app);
+  }
   if (!window) {
     const auto command = launchCommand(app);
     if (!command) throw PerformError::noSuchApp(app);
@@ -628,12 +658,28 @@ void X11Performer::activate(const std::string& app) {
   pause(0.1);
 }
 
+bool X11Performer::isBrowser(const std::string& app) const {
+  const std::string program = options_.browserProgram.empty()
+                                  ? std::string("chromium")
+                                  : std::filesystem::path(options_.browserProgram).filename().string();
+  return Text::equalsIgnoringCase(app, program);
+}
+
 ChromiumBrowser& X11Performer::browser() {
   if (!browser_) {
     browser_ = std::make_unique<ChromiumBrowser>(options_.browserProfile, options_.browserProgram);
-    // The browser is a window on the display the steps act on.
+    // The browser is a window on the display the steps act on; one we start fills its screen.
     browser_->display = options_.display ? options_.display : Environment::value("DISPLAY");
     browser_->attachPort = options_.browserPort;
+    if (!browser_->attachPort) {
+      try {
+        auto& x = connection("open");
+        const int screen = DefaultScreen(x.display);
+        browser_->fill = std::make_pair(DisplayWidth(x.display, screen), DisplayHeight(x.display, screen));
+      } catch (const PerformError&) {
+        // No display to measure: the browser's own window, and the step says why it failed.
+      }
+    }
   }
   return *browser_;
 }

@@ -53,6 +53,8 @@ class X11Performer final : public Performer {
   static constexpr std::size_t chunk = 20;
 
  private:
+  // Whether `app` names the browser this performer drives.
+  bool isBrowser(const std::string& app) const;
   struct Connection;
   Connection& connection(const std::string& step);
   Options options_;

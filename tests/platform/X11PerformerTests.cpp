@@ -376,6 +376,26 @@ TEST(X11Performer, OpenShowsALocalPageInChromiumAndJsReadsIt) {
   EXPECT_EQ(desk.performer->js("1 + 1"), "2");
 }
 
+// `app "Chromium"` before any `open` starts the browser the performer drives, not a
+// second one of the desktop's, and its page fills the screen with nothing around it.
+TEST(X11Performer, AppChromiumStartsTheDrivenBrowserFillingTheScreen) {
+  Desk desk;
+  NEED_DISPLAY(desk);
+  if (::access("/usr/bin/chromium", X_OK) != 0) GTEST_SKIP() << "Chromium is not installed (Debian package chromium)";
+  // Another window of that class, as the user's own Chromium would be, is passed over.
+  Target theirs(desk.display.name(), "chromium");
+  ASSERT_TRUE(theirs.ok());
+  desk.performer->activate("Chromium");
+  ASSERT_TRUE(desk.performer->browser().isRunning());
+  const int pid = desk.performer->browser().pid();
+  EXPECT_EQ(desk.performer->js("[screen.width, screen.height, window.screenX, window.screenY].join(' ')"),
+            "\"1280 800 0 0\"");
+  EXPECT_EQ(desk.performer->js("window.innerWidth >= screen.width && window.innerHeight >= screen.height"), "true");
+  // Asked again, it is the same browser, raised.
+  desk.performer->activate("chromium");
+  EXPECT_EQ(desk.performer->browser().pid(), pid);
+}
+
 TEST(X11Performer, AttachesToAChromiumTheUserStartedAndLeavesItRunning) {
   Desk desk;
   NEED_DISPLAY(desk);

@@ -1,7 +1,9 @@
 #include "app/shoot/Runner.hpp"
 
+#include <cctype>
 #include <cstdio>
 
+#include "base/Text.hpp"
 #include "kit/Agents.hpp"
 
 namespace tavorin {
@@ -28,9 +30,9 @@ bool isPerformerStep(const Blocking::Kind& kind) {
          kind.is<K::Scroll>() || kind.is<K::Type>() || kind.is<K::Key>() || kind.is<K::Js>();
 }
 
-void act(Performer& p, const Blocking::Kind& kind) {
+void act(Performer& p, const Blocking::Kind& kind, const std::filesystem::path& folder) {
   if (auto* s = kind.as<K::App>()) p.activate(s->name);
-  else if (auto* s = kind.as<K::Open>()) p.open(s->target);
+  else if (auto* s = kind.as<K::Open>()) p.open(Runner::address(s->target, folder));
   else if (auto* s = kind.as<K::Click>()) p.click(s->x, s->y);
   else if (auto* s = kind.as<K::Move>()) p.move(s->x, s->y, s->over);
   else if (auto* s = kind.as<K::Scroll>()) p.scroll(s->px, s->over);
@@ -39,7 +41,39 @@ void act(Performer& p, const Blocking::Kind& kind) {
   else if (auto* s = kind.as<K::Js>()) p.js(s->script);
 }
 
+// Whether the text begins with a scheme: a letter, then letters, digits, "+", "-" or "."
+// up to a colon.
+bool hasScheme(std::string_view text) {
+  const auto colon = text.find(':');
+  if (colon == std::string_view::npos || colon == 0 || !std::isalpha(static_cast<unsigned char>(text[0]))) return false;
+  for (char c : text.substr(0, colon))
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.') return false;
+  return true;
+}
+
 }  // namespace
+
+std::string Runner::address(const std::string& target, const std::filesystem::path& folder) {
+  const std::string_view text = Text::trimSpace(target);
+  if (text.empty() || folder.empty() || hasScheme(text) || text[0] == '/') return target;
+  // The query and fragment stay as written; the path is the folder's file, each byte
+  // outside a URL path's plain characters escaped.
+  const auto tail = text.find_first_of("?#");
+  const std::string path = (folder / std::string(text.substr(0, tail))).lexically_normal().string();
+  static const char* hex = "0123456789ABCDEF";
+  std::string url = "file://";
+  for (unsigned char c : path) {
+    if (std::isalnum(c) || std::string_view("/-._~!$&'()*+,;=:@").find(static_cast<char>(c)) != std::string_view::npos) {
+      url.push_back(static_cast<char>(c));
+    } else {
+      url.push_back('%');
+      url.push_back(hex[c >> 4]);
+      url.push_back(hex[c & 15]);
+    }
+  }
+  if (tail != std::string_view::npos) url.append(text.substr(tail));
+  return url;
+}
 
 Runner::Runner(MainActor& actor, Offloader& lane, Performer& performer, AgentStepDriver& agents)
     : actor_(actor), lane_(lane), performer_(performer), agents_(agents) {}
@@ -169,12 +203,12 @@ void Runner::perform(const RunPlan::Event& event) {
   if (isPerformerStep(kind)) {
     auto drive = drive_;
     lane_.offload(
-        [drive, &performer = performer_, kind] {
+        [drive, &performer = performer_, kind, folder = folder] {
           if (!*drive) throw PerformCancelled();
           performer.clearInterrupt();
           // An abort between the check above and here has already interrupted.
           if (!*drive) throw PerformCancelled();
-          act(performer, kind);
+          act(performer, kind, folder);
         },
         [this, drive](std::exception_ptr error) {
           if (*drive) finishStep(error);

@@ -1,6 +1,7 @@
 #pragma once
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -50,6 +51,10 @@ class Runner {
   // The user's stop: also cuts an agent step and marks the run aborted.
   void abort();
 
+  // What `open` hands the performer: a relative reference ("page/index.html") is a file
+  // of the production's folder, as a file URL; anything else goes as written.
+  static std::string address(const std::string& target, const std::filesystem::path& folder);
+
   std::string report() const;
   std::string upNext() const;
   std::optional<RunPlan::Event> nextEvent() const;
@@ -69,6 +74,9 @@ class Runner {
   const std::vector<std::string>& heldAgents() const { return heldAgents_; }
   const std::optional<AgentPolicy>& policy() const { return policy_; }
   Performer& performer() { return performer_; }
+
+  // The production's folder, which relative `open` targets are read against.
+  std::filesystem::path folder;
 
   // Called on the actor after each change of state.
   std::function<void()> onChange;

@@ -114,6 +114,7 @@ Take Stage::record(AppModel& model, bool free) {
       model.note("take " + take.id + " " + name(take.status));
     }
   };
+  runner_->folder = model.baseDir().value_or(std::filesystem::path());
   const Take take = shoot_->start(model.blocking(), rec, *model.baseDir(), model.headVersion().value_or("unsaved"), free,
                                   model.actor().wallNow());
   model.note(std::string(free ? "rolling free take " : "rolling take ") + take.id);
@@ -142,6 +143,7 @@ RunPlan Stage::run(AppModel& model, Runner::Mode mode) {
   runner_->stop();
   if (model.isPlaying()) model.stopTransport();
   runner_->onEnd = [&model](const std::string& report) { model.note("run ended: " + report); };
+  runner_->folder = model.baseDir().value_or(std::filesystem::path());
   RunPlan plan = runner_->run(model.blocking(), rec, mode, false);
   model.note(std::string(mode == Runner::Mode::dry ? "run dry: " : "run rehearse: ") + runner_->report());
   return plan;

@@ -276,3 +276,30 @@ TEST(Runner, AbortEndsAStepUnderWayOnThePerformersThread) {
   EXPECT_EQ(runner.report(), "aborted after 0 of 2 steps");
   EXPECT_EQ(performer.calls().size(), 1u);
 }
+
+// A production's own page is opened by a path relative to its folder; the performer
+// gets a file URL it can open wherever the folder lies.
+TEST(Runner, OpensARelativeTargetFromTheProductionsFolder) {
+  Rig rig;
+  rig.runner.folder = "/home/ada/Tavorin/demo/recordings/halden demo";
+  rig.rehearse("open \"page/index.html\"\nopen \"https://example.org/a b\"\nopen \"/srv/page.html\"");
+  rig.playToEnd();
+  EXPECT_EQ(rig.performer.texts(),
+            (std::vector<std::string>{"open file:///home/ada/Tavorin/demo/recordings/halden%20demo/page/index.html",
+                                      "open https://example.org/a b", "open /srv/page.html"}));
+}
+
+TEST(Runner, AddressOfARelativeTarget) {
+  const std::filesystem::path folder = "/p/Meet Ünder";
+  // Only the path is escaped: the query and fragment stay as written.
+  EXPECT_EQ(Runner::address("page/index.html?view=home#top", folder),
+            "file:///p/Meet%20%C3%9Cnder/page/index.html?view=home#top");
+  EXPECT_EQ(Runner::address("./page/../page/x.html", folder), "file:///p/Meet%20%C3%9Cnder/page/x.html");
+  EXPECT_EQ(Runner::address("  page/x.html ", folder), "file:///p/Meet%20%C3%9Cnder/page/x.html");
+  // Addresses with a scheme, absolute paths, and any target without a folder to read it against pass as written.
+  EXPECT_EQ(Runner::address("about:blank", folder), "about:blank");
+  EXPECT_EQ(Runner::address("file:///etc/x.html", folder), "file:///etc/x.html");
+  EXPECT_EQ(Runner::address("/srv/x.html", folder), "/srv/x.html");
+  EXPECT_EQ(Runner::address("page/x.html", ""), "page/x.html");
+  EXPECT_EQ(Runner::address("", folder), "");
+}
