@@ -1,6 +1,7 @@
 #pragma once
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,6 +9,19 @@
 #include "kit/Recording.hpp"
 
 namespace tavorin {
+
+// An upload refused or failed; what() is the sentence the user reads.
+struct PublishError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+  static PublishError noFile(const std::string& path) { return PublishError("no file at " + path); }
+  static PublishError http(long code, const std::string& body) {
+    return PublishError("YouTube answered " + std::to_string(code) + ": " + body);
+  }
+  static PublishError noCredentials() {
+    return PublishError("YouTube is not connected yet. Add the client file and press Connect.");
+  }
+  static PublishError cancelled() { return PublishError("upload cancelled"); }
+};
 
 // One film on its way to YouTube: the words that go with it and who may watch.
 struct PublishRequest {

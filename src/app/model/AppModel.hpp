@@ -594,6 +594,11 @@ class AppModel {
   const std::deque<std::string>& events() const { return events_; }
   void note(std::string line);
 
+  // A revision of the production in `dir` lands as a new version file while the head
+  // stays where it was, so nothing on screen moves; answers the version's name. Throws
+  // "revision could not be written: ..." when the store refuses.
+  std::string landRevision(const std::filesystem::path& dir, const Recording& revised);
+
  private:
   // While held, changes are not recorded: loading, restoring and undoing are not edits.
   class Hold {
