@@ -23,6 +23,8 @@ packages=(
   # The shoot: the desktop it performs on and films (XTest, libxdo, x11grab and x264),
   # a virtual display for tests and for machines without one, and Chromium for web steps.
   libavdevice-dev libswscale-dev libx11-dev libxtst-dev libxdo-dev xvfb xdotool xterm chromium
+  # The outside world: audio fetched from a URL, and curl to play the browser in tests.
+  yt-dlp curl
   # The window: Dear ImGui on SDL2 and OpenGL.
   libimgui-dev libgl-dev libgl1-mesa-dri
 )

@@ -511,6 +511,8 @@ class AppModel {
   // exporting is refused.
   void useExporter(std::unique_ptr<FilmExporter> exporter);
   FilmExporter* exporter() const { return exporter_.get(); }
+  // Where a finished export goes when its destination is YouTube: the upload.
+  std::function<void(const std::filesystem::path&)> onExportDelivered;
   bool exportRunning() const;
   // The take an export uses: the one chosen for export, else the monitor's when it is
   // complete, else the newest complete take with film.

@@ -1,4 +1,5 @@
 #include "app/service/OperatorService.hpp"
+#include "app/service/Outside.hpp"
 
 #include <sys/stat.h>
 
@@ -45,6 +46,9 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerPicture();
   registerRender();
   registerCasting();
+  registerRevise();
+  registerFetch();
+  registerPublish();
   registerWaiting();
 }
 

@@ -15,6 +15,8 @@ namespace tavorin {
 
 class AppStore;
 class AppModel;
+struct Outside;
+struct PublishRequest;
 class Stage;
 struct CameraVerdict;
 class OperatorArgs;
@@ -58,6 +60,9 @@ class OperatorService {
   void useStage(std::unique_ptr<Stage> stage);
   Stage& stage();
 
+  // The revision, the fetch, the YouTube account and the upload.
+  Outside& outside() { return *outside_; }
+
   // Reports, shaped for the wire.
   JSONValue status() const;
   JSONValue buildReport() const;
@@ -96,6 +101,9 @@ class OperatorService {
   void registerRender();
   void registerCasting();
   void registerWaiting();
+  void registerRevise();
+  void registerFetch();
+  void registerPublish();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
   // One function per group of the manifest; each is a branch over its verbs and
@@ -145,6 +153,18 @@ class OperatorService {
   asio::awaitable<OperatorResult> musicAdd(const OperatorArgs& a);
   asio::awaitable<OperatorResult> peaks(const OperatorArgs& a);
 
+  Answer reviseVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer fetchVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer publishVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> youtubeConnect(const OperatorArgs& a);
+  OperatorResult startPublish(const PublishRequest& request);
+  // The sign-in, from the browser's return to the channel's name; runs on its own.
+  asio::awaitable<void> signIn(bool consent);
+  JSONValue reviseReport() const;
+  JSONValue fetchReport() const;
+  JSONValue youtubeReport() const;
+  JSONValue publishReport() const;
+
   // Shared report pieces.
   JSONValue productionReport() const;
   JSONValue toastsReport() const;
@@ -173,6 +193,7 @@ class OperatorService {
   std::map<std::string, Handler, std::less<>> handlers_;
   std::map<std::string, std::string, std::less<>> waiting_;
   std::unique_ptr<Stage> stage_;
+  std::unique_ptr<Outside> outside_;
 };
 
 // Report helpers shared by the group files.

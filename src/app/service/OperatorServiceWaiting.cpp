@@ -9,10 +9,6 @@ void OperatorService::registerWaiting() {
   waiting("line editing", {"lines"});
   waiting("recording", {"shoot.info", "viewer.caption"});
   waiting("the system readouts", {"permissions", "permissions.open", "permissions.show", "permissions.dismiss"});
-  waiting("revision", {"revise", "revise.status"});
-  waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
-  waiting("export", {"publish.youtube", "youtube", "youtube.connect", "youtube.disconnect", "youtube.privacy",
-                     "publish.status"});
   waiting("the sound cues", {"sound"});
 }
 
