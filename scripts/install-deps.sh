@@ -27,6 +27,8 @@ packages=(
   pulseaudio pulseaudio-utils
   # scripts/demo-film reads the studio's answers with jq; tools/make-demo-bed.sh synthesises with sox.
   jq sox libsox-fmt-base
+  # The outside world: audio fetched from a URL, and curl to play the browser in tests.
+  yt-dlp curl
   # The window: Dear ImGui on SDL2 and OpenGL.
   libimgui-dev libgl-dev libgl1-mesa-dri
 )

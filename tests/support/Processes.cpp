@@ -34,7 +34,16 @@ Spawned spawn(const fs::path& program, const std::vector<std::string>& args, con
   for (auto& a : argStore) argv.push_back(a.data());
   argv.push_back(nullptr);
   std::vector<std::string> envStore;
-  for (char** e = environ; *e; ++e) envStore.emplace_back(*e);
+  // A variable the caller names replaces the inherited one: getenv reads the first
+  // entry, so an appended HOME would never be seen.
+  auto named = [&](const std::string& entry) {
+    const std::string key = entry.substr(0, entry.find('=') + 1);
+    for (const auto& e : env)
+      if (e.rfind(key, 0) == 0) return true;
+    return false;
+  };
+  for (char** e = environ; *e; ++e)
+    if (!named(*e)) envStore.emplace_back(*e);
   envStore.insert(envStore.end(), env.begin(), env.end());
   std::vector<char*> envp;
   for (auto& e : envStore) envp.push_back(e.data());

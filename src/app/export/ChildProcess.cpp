@@ -70,6 +70,10 @@ struct ChildProcess::State {
 };
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args, Callbacks callbacks)
+    : ChildProcess(program, args, std::move(callbacks), Options{}) {}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args, Callbacks callbacks,
+                           const Options& options)
     : state_(std::make_unique<State>()) {
   int out[2], err[2];
   if (pipe2(out, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
@@ -84,12 +88,26 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   posix_spawn_file_actions_adddup2(&actions, out[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err[1], 2);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (options.workingDirectory) posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory->c_str());
+  std::vector<char*> envp;
+  if (options.environment) {
+    for (const auto& e : *options.environment) envp.push_back(const_cast<char*>(e.c_str()));
+    envp.push_back(nullptr);
+  }
   std::vector<char*> argv;
   argv.push_back(const_cast<char*>(program.c_str()));
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
+  // A group of its own, so that stopping the child also stops what it started: a
+  // grandchild left holding the pipes would keep the reader waiting.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
   pid_t pid = -1;
-  const int rc = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+  const int rc = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(),
+                             options.environment ? envp.data() : environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   ::close(out[1]);
   ::close(err[1]);
@@ -113,7 +131,10 @@ ChildProcess::~ChildProcess() {
 
 void ChildProcess::terminate() {
   // A reaped child's number may already belong to another process.
-  if (state_->pid > 0 && !state_->reaped) ::kill(state_->pid, SIGKILL);
+  if (state_->pid > 0 && !state_->reaped) {
+    ::kill(-state_->pid, SIGKILL);
+    ::kill(state_->pid, SIGKILL);
+  }
 }
 
 int ChildProcess::pid() const { return state_->pid; }

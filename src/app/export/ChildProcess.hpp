@@ -1,5 +1,7 @@
 #pragma once
+#include <filesystem>
 #include <functional>
+#include <optional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,8 +18,16 @@ class ChildProcess {
     std::function<void(int status)> onExit;  // the exit code, or 128 + the signal
   };
 
+  // Where the child starts and what it sees; left out, it inherits both.
+  struct Options {
+    std::optional<std::filesystem::path> workingDirectory;
+    std::optional<std::vector<std::string>> environment;  // "KEY=value" entries
+  };
+
   // Throws std::system_error with the system's words when the program cannot start.
   ChildProcess(const std::string& program, const std::vector<std::string>& args, Callbacks callbacks);
+  ChildProcess(const std::string& program, const std::vector<std::string>& args, Callbacks callbacks,
+               const Options& options);
   // Stops the child and waits for the reader; no callback runs after.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;

@@ -528,6 +528,8 @@ class AppModel {
   // exporting is refused.
   void useExporter(std::unique_ptr<FilmExporter> exporter);
   FilmExporter* exporter() const { return exporter_.get(); }
+  // Where a finished export goes when its destination is YouTube: the upload.
+  std::function<void(const std::filesystem::path&)> onExportDelivered;
   bool exportRunning() const;
   // A done or failed export goes back to idle, as when its sheet closes.
   void forgetFinishedExport();
@@ -612,6 +614,11 @@ class AppModel {
   // The feed, oldest first; every state change of weight adds a line.
   const std::deque<std::string>& events() const { return events_; }
   void note(std::string line);
+
+  // A revision of the production in `dir` lands as a new version file while the head
+  // stays where it was, so nothing on screen moves; answers the version's name. Throws
+  // "revision could not be written: ..." when the store refuses.
+  std::string landRevision(const std::filesystem::path& dir, const Recording& revised);
 
  private:
   // While held, changes are not recorded: loading, restoring and undoing are not edits.

@@ -205,6 +205,8 @@ void AppModel::exportEnded(FilmExporter::Phase phase) {
     }
     toasts_.post(Toast::Kind::export_, "Exported " + (output ? output->filename().string() : std::string("the film")));
     sound(SoundCue::exported);
+    if (output && exportTarget().effectiveDestination() == ExportDestination::youtube && onExportDelivered)
+      onExportDelivered(*output);
   } else if (phase == FilmExporter::Phase::failed) {
     const std::string why = exporter_->failure().value_or("the export failed");
     note("export failed: " + why);

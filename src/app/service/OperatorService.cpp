@@ -1,4 +1,5 @@
 #include "app/service/OperatorService.hpp"
+#include "app/service/Outside.hpp"
 
 #include <sys/stat.h>
 
@@ -49,6 +50,9 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerSound();
   registerPermissions();
   registerShootInfo();
+  registerRevise();
+  registerFetch();
+  registerPublish();
   registerWaiting();
 }
 

@@ -15,6 +15,8 @@ namespace tavorin {
 
 class AppStore;
 class AppModel;
+struct Outside;
+struct PublishRequest;
 class Stage;
 enum class SoundCue;
 class PermissionsProbe;
@@ -67,6 +69,8 @@ class OperatorService {
   PermissionsRitual& permissions();
   // The launch's last step: the sheet rises when it is forced, or when a grant is wanting.
   void raisePermissionsAtLaunch(bool forced);
+  // The revision, the fetch, the YouTube account and the upload.
+  Outside& outside() { return *outside_; }
 
   // Reports, shaped for the wire.
   JSONValue status() const;
@@ -112,6 +116,9 @@ class OperatorService {
   void registerWaiting();
   void registerPermissions();
   void registerShootInfo();
+  void registerRevise();
+  void registerFetch();
+  void registerPublish();
   asio::awaitable<OperatorResult> answerThrough(Branch branch, const OperatorCommand& c, const OperatorArgs& a);
 
   // One function per group of the manifest; each is a branch over its verbs and
@@ -165,6 +172,18 @@ class OperatorService {
   asio::awaitable<OperatorResult> musicAdd(const OperatorArgs& a);
   asio::awaitable<OperatorResult> peaks(const OperatorArgs& a);
 
+  Answer reviseVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer fetchVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  Answer publishVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  asio::awaitable<OperatorResult> youtubeConnect(const OperatorArgs& a);
+  OperatorResult startPublish(const PublishRequest& request);
+  // The sign-in, from the browser's return to the channel's name; runs on its own.
+  asio::awaitable<void> signIn(bool consent);
+  JSONValue reviseReport() const;
+  JSONValue fetchReport() const;
+  JSONValue youtubeReport() const;
+  JSONValue publishReport() const;
+
   // Shared report pieces.
   JSONValue productionReport() const;
   JSONValue toastsReport() const;
@@ -196,6 +215,7 @@ class OperatorService {
   // The probe outlives the ritual that asks it.
   std::unique_ptr<PermissionsProbe> probe_;
   std::unique_ptr<PermissionsRitual> ritual_;
+  std::unique_ptr<Outside> outside_;
 };
 
 // Report helpers shared by the group files.

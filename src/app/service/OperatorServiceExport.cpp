@@ -9,6 +9,7 @@
 #include "app/service/FFmpegFilmExporter.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
+#include "app/service/Outside.hpp"
 #include "base/IsoDate.hpp"
 #include "kit/Looks.hpp"
 #include "platform/FontCatalog.hpp"
@@ -206,6 +207,12 @@ OperatorService::Answer OperatorService::exportVerbs(const OperatorCommand& c, c
   }
 
   if (v == "export.cancel") {
+    // The upload that follows an export is the same act from the sheet, and stops the same way.
+    if (!m.exportRunning() && outside_->publishPhase == Outside::PublishPhase::uploading) {
+      outside_->uploader->cancel();
+      m.note("upload cancelled");
+      return OperatorResult::success(publishReport());
+    }
     m.cancelExport();
     return OperatorResult::success(exportStatusReport());
   }

@@ -4,6 +4,7 @@
 #include "app/model/AppStore.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/service/OperatorService.hpp"
+#include "app/service/Outside.hpp"
 #include "app/shoot/ClaudeAgentStep.hpp"
 #include "app/shoot/PermissionsRitual.hpp"
 #include "app/shoot/Stage.hpp"

@@ -6,10 +6,6 @@
 namespace tavorin {
 
 void OperatorService::registerWaiting() {
-  waiting("revision", {"revise", "revise.status"});
-  waiting("music fetching", {"music.fetch", "music.fetch.status", "music.fetch.open"});
-  waiting("export", {"publish.youtube", "youtube", "youtube.connect", "youtube.disconnect", "youtube.privacy",
-                     "publish.status"});
 }
 
 }  // namespace tavorin
