@@ -70,6 +70,7 @@ struct StudioWindow::Impl {
   // Wake-ups of the window's own (its timer, its connection), which are not news from the model.
   std::size_t ownWakeups = 0;
   bool closing = false;
+  bool watching = false;
 
   void watchDisplay();
   bool pumpEvents(const std::function<void()>& close);
@@ -154,16 +155,18 @@ int StudioWindow::height() const {
 }
 
 void StudioWindow::Impl::watchDisplay() {
+  if (watching) return;
   if (!display) {
     const int fd = x11ConnectionFd(window);
     if (fd < 0) return;
     display.emplace(context, fd);
   }
-  display->async_wait(asio::posix::stream_descriptor::wait_read, [this](std::error_code ec) {
+  watching = true;
+  display->async_wait(asio::posix::stream_descriptor::wait_read, [this](std::error_code) {
     ++ownWakeups;
-    if (ec) return;
-    // The events themselves are taken by the loop, which pumps after every wake-up.
-    watchDisplay();
+    // The loop takes the events and then watches again: watching from here would
+    // wake at once, the bytes still unread, and never let the loop turn.
+    watching = false;
   });
 }
 
@@ -222,7 +225,6 @@ double StudioWindow::drawFrame() {
 
 void StudioWindow::run() {
   Impl& s = *impl_;
-  s.watchDisplay();
   while (!s.context.stopped()) {
     s.pumpEvents(close_);
     s.pacer.setAnimating(s.surfaces.animating());
@@ -234,6 +236,7 @@ void StudioWindow::run() {
       // descriptor would not wake the loop for it.
       s.pumpEvents(close_);
     }
+    s.watchDisplay();
     if (const auto next = s.pacer.next(); next && next != s.armedFor) {
       s.armedFor = next;
       s.frameTimer.expires_at(*next);
@@ -250,7 +253,15 @@ void StudioWindow::run() {
   }
 }
 
-JSONValue StudioWindow::elements() const { return impl_->registry.report(); }
+JSONValue StudioWindow::elements() {
+  // A verb that changed the model answered before its frame was drawn; what is
+  // reported is what the window shows once it is.
+  if (impl_->pacer.owed() > 0) {
+    drawFrame();
+    impl_->pacer.drawn(FramePacer::Clock::now());
+  }
+  return impl_->registry.report();
+}
 
 void StudioWindow::photograph(const std::filesystem::path& path, double settle, Photographed done) {
   auto timer = std::make_shared<asio::steady_timer>(impl_->context);

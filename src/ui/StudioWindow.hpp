@@ -41,7 +41,7 @@ class StudioWindow final : public WindowSurface {
   // Closing the window ends the process through this hook.
   void onClose(std::function<void()> close) { close_ = std::move(close); }
 
-  JSONValue elements() const override;
+  JSONValue elements() override;
   void photograph(const std::filesystem::path& path, double settle, Photographed done) override;
   // Draws a frame into an offscreen framebuffer and writes it as PNG; answers the report.
   JSONValue photographNow(const std::filesystem::path& path);

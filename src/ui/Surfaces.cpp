@@ -324,10 +324,16 @@ void Surfaces::drawInspector(double x, double y, double w, double h) {
   const double fieldWidth = w - 140;
   if (sel.size() == 1) {
     const std::string id = sel.front();
-    if (const TimelineItem* item = itemNamed(rec, id)) {
+    // The editor's heading, with its close button where a long editor cannot scroll it away.
+    auto heading = [&](const std::string& title) {
       ImGui::PushFont(theme_.heading);
-      ImGui::Text("%s %s", name(item->type).c_str(), id.c_str());
+      ImGui::TextUnformatted(title.c_str());
       ImGui::PopFont();
+      ImGui::SameLine(float(w - 72));
+      if (button("panel.editor.close", "Close", "Close the editor and clear the selection.")) model_.clearSelection();
+    };
+    if (const TimelineItem* item = itemNamed(rec, id)) {
+      heading(name(item->type) + " " + id);
       auto text = [&](const char* f, const char* label, const std::optional<std::string>& v, const char* help,
                       bool multiline = false) {
         ImGui::TextUnformatted(label);
@@ -360,16 +366,12 @@ void Surfaces::drawInspector(double x, double y, double w, double h) {
         text("text", "Text", item->text, "The label's words.");
       }
       text("note", "Note", item->note, "A note of your own; nothing reads it.");
-      ImGui::Spacing();
-      if (button("panel.editor.close", "Close", "Close the editor and clear the selection.")) model_.clearSelection();
       endPanel();
       return;
     }
     for (const Zoom& z : model_.zooms()) {
       if (z.id != id) continue;
-      ImGui::PushFont(theme_.heading);
-      ImGui::Text("zoom %s", id.c_str());
-      ImGui::PopFont();
+      heading("zoom " + id);
       auto change = [&](const char* f, const char* label, double v, const char* help, auto set) {
         if (auto n = numberField("inspector.zoom." + std::string(f), label, v, help)) {
           AppModel::ZoomChange c;
@@ -381,7 +383,6 @@ void Surfaces::drawInspector(double x, double y, double w, double h) {
       const Zoom::Anchor anchor = z.anchor.value_or(Zoom::Anchor());
       change("x", "Across", anchor.x, "The middle of the crop, 0 to 1 across.", [](auto& c, double n) { c.x = n; });
       change("y", "Down", anchor.y, "The middle of the crop, 0 to 1 down.", [](auto& c, double n) { c.y = n; });
-      if (button("panel.editor.close", "Close", "Close the editor and clear the selection.")) model_.clearSelection();
       endPanel();
       return;
     }
@@ -514,6 +515,8 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
     if (p.lane == Lane::actions && cluster && cluster->rect.intersects(p.rect)) {
       if (auto* e = registry_->lastAdded(); e && e->id == "lane.actions." + cluster->id) e->label += ", " + p.id;
       const ImVec2 at(o.x + float(cluster->rect.x + cluster->rect.width), o.y + float(cluster->rect.y) - 4);
+      // Each later step redraws the count over the last.
+      cl->AddRectFilled(at, ImVec2(at.x + 22, at.y + 12), Theme::packed(theme_.ground));
       cl->AddText(theme_.mono, 11, at, Theme::packed(theme_.text), ("+" + std::to_string(++clustered)).c_str());
       continue;
     }

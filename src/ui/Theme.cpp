@@ -68,7 +68,9 @@ void Theme::loadFaces(float scale) {
     const auto path = *folder / file;
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) return nullptr;
-    return io.Fonts->AddFontFromFileTTF(path.c_str(), px * scale);
+    // Latin, and the punctuation and arrows the studio's own sentences use (— • → ×).
+    static const ImWchar ranges[] = {0x0020, 0x00FF, 0x2000, 0x206F, 0x2190, 0x21FF, 0x2212, 0x2212, 0};
+    return io.Fonts->AddFontFromFileTTF(path.c_str(), px * scale, nullptr, ranges);
   };
   body = face("Archivo-Regular.ttf", 15);
   heading = face("Archivo-SemiBold.ttf", 17);

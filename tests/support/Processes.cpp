@@ -5,7 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <string_view>
 #include <thread>
 
 extern char** environ;
@@ -34,7 +36,12 @@ Spawned spawn(const fs::path& program, const std::vector<std::string>& args, con
   for (auto& a : argStore) argv.push_back(a.data());
   argv.push_back(nullptr);
   std::vector<std::string> envStore;
-  for (char** e = environ; *e; ++e) envStore.emplace_back(*e);
+  // An entry given here replaces the inherited one of its name: the first of two wins.
+  auto named = [](std::string_view entry) { return entry.substr(0, entry.find('=') + 1); };
+  for (char** e = environ; *e; ++e) {
+    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& x) { return named(x) == named(*e); });
+    if (!replaced) envStore.emplace_back(*e);
+  }
   envStore.insert(envStore.end(), env.begin(), env.end());
   std::vector<char*> envp;
   for (auto& e : envStore) envp.push_back(e.data());

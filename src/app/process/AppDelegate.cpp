@@ -70,6 +70,7 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
   startOperator();
 
   if (auto path = Environment::value("TAVORIN_SNAPSHOT")) scheduleSnapshot(*path);
+  launched_ = true;
 }
 
 void AppDelegate::openWindow() {
@@ -89,7 +90,9 @@ void AppDelegate::openWindow() {
 }
 
 void AppDelegate::run() {
-  if (window_) window_->run();
+  // The launch is itself work on the context; the window exists only once it ran.
+  while (!launched_ && !context_.stopped()) context_.run_one();
+  if (window_ && !context_.stopped()) window_->run();
   else context_.run();
 }
 

@@ -65,6 +65,7 @@ class AppDelegate {
   struct Signals;
   std::unique_ptr<Signals> signals_;
   bool terminated_ = false;
+  bool launched_ = false;
   int exitCode_ = 0;
 };
 

@@ -12,8 +12,9 @@ namespace tavorin {
 class WindowSurface {
  public:
   virtual ~WindowSurface() = default;
-  // Every control drawn in the last frame, by panel, each panel with its frame.
-  virtual JSONValue elements() const = 0;
+  // Every control drawn in the last frame, by panel, each panel with its frame; a
+  // frame owed for a change already made is drawn first.
+  virtual JSONValue elements() = 0;
   // Photographs the window into a PNG at `path` once `settle` seconds have passed and
   // a fresh frame is drawn; `done` runs on the main actor with the report or the failure.
   using Photographed = std::function<void(std::exception_ptr, JSONValue)>;
