@@ -225,7 +225,11 @@ double StudioWindow::drawFrame() {
 
 void StudioWindow::run() {
   Impl& s = *impl_;
-  while (!s.context.stopped()) {
+  // The window's turn: take the events, draw when a frame is due, and arrange to
+  // wake for the next input or frame. It runs as a handler of the context, so what
+  // a control does runs on the main actor like any verb.
+  auto turn = [this, &s] {
+    ++s.ownWakeups;
     s.pumpEvents(close_);
     s.pacer.setAnimating(s.surfaces.animating());
     const auto now = FramePacer::Clock::now();
@@ -245,11 +249,25 @@ void StudioWindow::run() {
         s.armedFor.reset();
       });
     }
+  };
+  bool changed = true;
+  while (!s.context.stopped()) {
+    if (changed) s.pacer.request(1);
     s.ownWakeups = 0;
-    std::size_t ran = s.context.run_one();
+    asio::post(s.context, turn);
+    // The turn, and whatever else was ready beside it.
+    std::size_t ran = s.context.poll();
+    if (s.context.stopped()) break;
+    if (ran > s.ownWakeups) {
+      changed = true;
+      continue;
+    }
+    // Nothing but the window's own: sleep until the display, a timer, a verb or a
+    // worker wakes the loop. Anything but the window's own may have changed the model.
+    s.ownWakeups = 0;
+    ran = s.context.run_one();
     ran += s.context.poll();
-    // Anything else that ran may have changed the model: draw it.
-    if (ran > s.ownWakeups) s.pacer.request(1);
+    changed = ran > s.ownWakeups;
   }
 }
 

@@ -1,6 +1,7 @@
 #include "ui/Surfaces.hpp"
 
 #include <imgui.h>
+#include <imgui_internal.h>
 #include <imgui_stdlib.h>
 
 #include <algorithm>
@@ -156,14 +157,22 @@ std::optional<double> Surfaces::numberField(const std::string& id, const std::st
 void Surfaces::draw(double width, double height, ElementRegistry& registry) {
   registry_ = &registry;
   registry.beginFrame(width, height, word(store_.route().page));
-  drawTopBar(width);
-  const Page page = model_.isOpen() ? store_.route().page : Page::library;
-  if (page == Page::edit) drawEditPage(width, height);
-  else if (page == Page::script) drawScriptPage(width, height);
-  else drawLibraryPage(width, height);
-  drawSheets(width, height);
-  drawToasts(width);
-  if (model_.paletteOpen) drawPalette(width, height);
+  try {
+    drawTopBar(width);
+    const Page page = model_.isOpen() ? store_.route().page : Page::library;
+    if (page == Page::edit) drawEditPage(width, height);
+    else if (page == Page::script) drawScriptPage(width, height);
+    else drawLibraryPage(width, height);
+    drawSheets(width, height);
+    drawToasts(width);
+    if (model_.paletteOpen) drawPalette(width, height);
+  } catch (const std::exception& e) {
+    // A question the model refused while drawing costs this frame, never the studio:
+    // the panels left open are closed and the refusal is said once.
+    ImGui::ErrorCheckEndFrameRecover(nullptr);
+    if (lastFailure_ != e.what()) model_.toasts().post(Toast::Kind::failure, e.what());
+    lastFailure_ = e.what();
+  }
   registry.endFrame();
   registry_ = nullptr;
 }

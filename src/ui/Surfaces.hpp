@@ -74,6 +74,7 @@ class Surfaces {
   std::optional<Drag> drag_;
   bool editingBlocking_ = false;
   std::string blockingText_;
+  std::string lastFailure_;
 };
 
 }  // namespace tavorin

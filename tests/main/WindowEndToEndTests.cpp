@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <set>
 #include <thread>
 
@@ -53,6 +55,18 @@ Picture load(const fs::path& png) {
   p.rgba.assign(px, px + std::size_t(p.width) * p.height * 4);
   stbi_image_free(px);
   return p;
+}
+
+// A process's CPU time so far (user and system), from /proc.
+double cpuSeconds(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skip;
+  for (int i = 3; i < 14; ++i) fields >> skip;
+  long user = 0, system = 0;
+  fields >> user >> system;
+  return double(user + system) / double(::sysconf(_SC_CLK_TCK));
 }
 
 class WindowEndToEnd : public test::StudioFixture {
@@ -230,6 +244,16 @@ TEST_F(WindowEndToEnd, ASnapshotRunPhotographsTheWindowAndEnds) {
   const Picture p = load(png);
   EXPECT_EQ(p.width, 1232);
   EXPECT_EQ(p.height, 752);
+}
+
+TEST_F(WindowEndToEnd, AnIdleWindowRests) {
+  ok({"elements"});
+  std::this_thread::sleep_for(300ms);
+  // A loop that spins on the X connection or a timer shows as a whole core; resting,
+  // it wakes for nothing at all.
+  const double before = cpuSeconds(app.pid);
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_LT(cpuSeconds(app.pid) - before, 0.1);
 }
 
 class HeadlessStudio : public test::StudioFixture {};
