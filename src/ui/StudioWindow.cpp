@@ -210,7 +210,7 @@ void StudioWindow::Impl::frame(double width, double height) {
   ImGui::Render();
   const ImGuiIO& io = ImGui::GetIO();
   glViewport(0, 0, int(io.DisplaySize.x * io.DisplayFramebufferScale.x), int(io.DisplaySize.y * io.DisplayFramebufferScale.y));
-  const auto& g = surfaces.theme().ground;
+  const auto& g = surfaces.theme().panel;
   glClearColor(g[0], g[1], g[2], 1);
   glClear(GL_COLOR_BUFFER_BIT);
   ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());

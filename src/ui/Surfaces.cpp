@@ -85,11 +85,15 @@ void Surfaces::act(Act&& a) {
 // ---- Panels and controls --------------------------------------------------------------
 
 bool Surfaces::beginPanel(const char* id, const std::string& title, double x, double y, double w, double h,
-                          bool scroll) {
+                          bool scroll, bool floating) {
   ImGui::SetNextWindowPos(ImVec2(static_cast<float>(x), static_cast<float>(y)));
   ImGui::SetNextWindowSize(ImVec2(static_cast<float>(w), static_cast<float>(h)));
   registry_->openPanel(id, title, ElementRegistry::Frame{x, y, w, h});
-  return ImGui::Begin(id, nullptr, fixedPanel | (scroll ? 0 : ImGuiWindowFlags_NoScrollbar));
+  // Tiled panels stand on the cleared frame; one that floats over them brings its own ground.
+  if (floating) ImGui::PushStyleColor(ImGuiCol_WindowBg, Theme::packed(theme_.raised));
+  const bool open = ImGui::Begin(id, nullptr, fixedPanel | (scroll ? 0 : ImGuiWindowFlags_NoScrollbar));
+  if (floating) ImGui::PopStyleColor();
+  return open;
 }
 
 void Surfaces::endPanel() { ImGui::End(); }
@@ -246,7 +250,9 @@ void Surfaces::drawTopBar(double width) {
 // ---- Edit page ----------------------------------------------------------------------------
 
 void Surfaces::drawEditPage(double width, double height) {
-  const double lanes = model_.geometry().height() + 40;
+  // One geometry a frame: the timeline, the inspector and the layout read the same.
+  geometry_.emplace(model_.geometry());
+  const double lanes = geometry_->height() + 40;
   const double timelineHeight = std::min(lanes, (height - topBarHeight) * 0.55);
   const double timelineTop = height - timelineHeight;
   const double transportTop = timelineTop - transportHeight;
@@ -288,7 +294,8 @@ void Surfaces::drawMonitor(double x, double y, double w, double h) {
         ground = ImGui::ColorConvertFloat4ToU32(ImVec4(float(c->r), float(c->g), float(c->b), 1));
     if (g.kind == Looks::Ground::Kind::preset) ground = Theme::packed(theme_.screen, 0.6f);
   }
-  dl->AddRectFilled(ImVec2(float(fx), float(fy)), ImVec2(float(fx + fw), float(fy + fh)), ground);
+  // Without a look the picture fills the frame, and the ground would be painted for nothing.
+  if (lookOn) dl->AddRectFilled(ImVec2(float(fx), float(fy)), ImVec2(float(fx + fw), float(fy + fh)), ground);
   const auto in = Looks::inset(fw, fh, rec.look);
   const float corner = static_cast<float>(Looks::corner(fw, fh, rec.look));
   const ImVec2 pa(float(fx + in.x), float(fy + in.y)), pb(float(fx + in.x + in.width), float(fy + in.y + in.height));
@@ -427,7 +434,7 @@ void Surfaces::drawInspector(double x, double y, double w, double h) {
   int lines = 0;
   for (const auto& i : rec.timeline) lines += i.type == ItemType::line;
   ImGui::TextColored(ImGui::GetStyle().Colors[ImGuiCol_TextDisabled], "%d lines · %s · %zu stale", lines,
-                     seconds(model_.geometry().total).c_str(), rec.staleLines().size());
+                     seconds(geometry_->total).c_str(), rec.staleLines().size());
   endPanel();
 }
 
@@ -464,7 +471,7 @@ void Surfaces::drawTransport(double x, double y, double w, double h) {
 
 void Surfaces::drawTimeline(double x, double y, double w, double h) {
   beginPanel("timeline", "Timeline", x, y, w, h);
-  const TimelineGeometry g = model_.geometry();
+  const TimelineGeometry& g = *geometry_;
   const Recording& rec = model_.recording();
   ImDrawList* dl = ImGui::GetWindowDrawList();
   const ImVec2 origin = ImGui::GetCursorScreenPos();
@@ -495,7 +502,9 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
   for (Lane lane : g.lanes) {
     const float top = o.y + float(*g.top(lane));
     const float bottom = top + float(TimelineGeometry::blockHeight(lane));
-    cl->AddRectFilled(ImVec2(o.x, top), ImVec2(o.x + float(contentWidth), bottom), Theme::packed(theme_.ground));
+    // A hairline under each lane rather than a ground: a software renderer pays for
+    // every pixel a fill covers.
+    cl->AddLine(ImVec2(o.x, bottom + 3), ImVec2(o.x + float(contentWidth), bottom + 3), Theme::packed(theme_.raised));
     if (lane == Lane::ruler) {
       const double step = px >= 60 ? 1 : px >= 12 ? 5 : 30;
       for (double t = 0; t * px < contentWidth; t += step) {
@@ -512,6 +521,8 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
     if (ImGui::IsItemActive()) act([&] { model_.seek(std::max(0.0, (ImGui::GetIO().MousePos.x - o.x) / px)); });
     note("timeline.ruler", "ruler", "Ruler", "Click or drag to move the playhead.");
   }
+  const double visibleFrom = ImGui::GetScrollX() - 50;
+  const double visibleTo = ImGui::GetScrollX() + ImGui::GetWindowWidth() + 50;
   // The blocks, from the geometry the verbs report; each is a control.
   std::set<Lane> filled;
   const auto& selection = model_.selection();
@@ -525,7 +536,7 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
       if (auto* e = registry_->lastAdded(); e && e->id == "lane.actions." + cluster->id) e->label += ", " + p.id;
       const ImVec2 at(o.x + float(cluster->rect.x + cluster->rect.width), o.y + float(cluster->rect.y) - 4);
       // Each later step redraws the count over the last.
-      cl->AddRectFilled(at, ImVec2(at.x + 22, at.y + 12), Theme::packed(theme_.ground));
+      cl->AddRectFilled(at, ImVec2(at.x + 22, at.y + 12), Theme::packed(theme_.panel));
       cl->AddText(theme_.mono, 11, at, Theme::packed(theme_.text), ("+" + std::to_string(++clustered)).c_str());
       continue;
     }
@@ -533,6 +544,9 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
       cluster = &p;
       clustered = 0;
     }
+    // Blocks scrolled out of sight are neither drawn nor offered, unless in the hand.
+    const bool held = drag_ && drag_->id == p.id;
+    if (!held && (p.rect.x + p.rect.width < visibleFrom || p.rect.x > visibleTo)) continue;
     double bx = p.rect.x;
     if (drag_ && drag_->id == p.id) bx = drag_->start * px;
     const ImVec2 a(o.x + float(bx), o.y + float(p.rect.y));
@@ -776,7 +790,7 @@ void Surfaces::drawSheets(double width, double height) {
   auto sheet = [&](const char* id, const std::string& title, const std::string& body, const char* closeId, auto close) {
     const double w = 520, h = 200;
     ImGui::SetNextWindowFocus();
-    beginPanel(id, title, (width - w) / 2, topBarHeight + 24, w, h);
+    beginPanel(id, title, (width - w) / 2, topBarHeight + 24, w, h, false, true);
     ImGui::PushFont(theme_.heading);
     ImGui::TextUnformatted(title.c_str());
     ImGui::PopFont();
@@ -803,7 +817,7 @@ void Surfaces::drawToasts(double width) {
   if (toasts.empty()) return;
   const double w = 340;
   const double h = 20 + 52 * std::min<double>(5, double(toasts.size()));
-  beginPanel("toasts", "Toasts", width - w - 12, topBarHeight + 8, w, h);
+  beginPanel("toasts", "Toasts", width - w - 12, topBarHeight + 8, w, h, false, true);
   int shown = 0;
   for (const Toast& t : toasts) {
     if (++shown > 5) break;
@@ -824,7 +838,7 @@ void Surfaces::drawToasts(double width) {
 
 void Surfaces::drawPalette(double width, double height) {
   const double w = 300, h = 250;
-  beginPanel("palette", "Palette Lab", width - w - 16, height - h - 16, w, h);
+  beginPanel("palette", "Palette Lab", width - w - 16, height - h - 16, w, h, false, true);
   ImGui::PushFont(theme_.heading);
   ImGui::TextUnformatted("Palette Lab");
   ImGui::PopFont();

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/TimelineGeometry.hpp"
 #include "ui/ElementRegistry.hpp"
 #include "ui/Theme.hpp"
 
@@ -45,7 +46,7 @@ class Surfaces {
 
   // Opens a fixed panel (an ImGui window) and notes it; ends with endPanel.
   bool beginPanel(const char* id, const std::string& title, double x, double y, double w, double h,
-                  bool scroll = false);
+                  bool scroll = false, bool floating = false);
   void endPanel();
   // Notes the last ImGui item as a control.
   void note(const std::string& id, const char* role, const std::string& label, const std::string& help,
@@ -75,6 +76,8 @@ class Surfaces {
   bool editingBlocking_ = false;
   std::string blockingText_;
   std::string lastFailure_;
+  // The timeline's geometry, made once at the start of an edit page's frame.
+  std::optional<TimelineGeometry> geometry_;
 };
 
 }  // namespace tavorin

@@ -28,8 +28,11 @@ void Theme::apply() const {
   s.ItemSpacing = ImVec2(8, 6);
   s.ScrollbarSize = 12;
   ImVec4* c = s.Colors;
-  c[ImGuiCol_WindowBg] = v(panel);
-  c[ImGuiCol_ChildBg] = v(ground);
+  // The panels tile the window and the frame is cleared in their colour, so they
+  // draw no ground of their own: under a software renderer every layer of pixels
+  // costs, and these were two over the whole window.
+  c[ImGuiCol_WindowBg] = v(panel, 0);
+  c[ImGuiCol_ChildBg] = v(ground, 0);
   c[ImGuiCol_PopupBg] = v(raised);
   c[ImGuiCol_Text] = v(text);
   c[ImGuiCol_TextDisabled] = v(quiet);
