@@ -246,6 +246,22 @@ TEST_F(WindowEndToEnd, ASnapshotRunPhotographsTheWindowAndEnds) {
   EXPECT_EQ(p.height, 752);
 }
 
+TEST_F(WindowEndToEnd, SheetsAndThePaletteLabStandOverThePageAndCloseByTheirButtons) {
+  ok({"export.flow"});
+  auto all = controls();
+  ASSERT_EQ(all.count("export.dismiss"), 1u);
+  EXPECT_EQ(all.at("export.dismiss").panel, "export.sheet");
+  click(all.at("export.dismiss"));
+  EXPECT_TRUE(eventually([&] { return ok({"status"})["exportSheet"]->boolValue() == false; }));
+
+  ok({"palette", "open=1"});
+  all = controls();
+  ASSERT_EQ(all.count("palette.voice"), 1u);
+  EXPECT_EQ(all.at("palette.voice").role, "colour");
+  click(all.at("palette.close"));
+  EXPECT_TRUE(eventually([&] { return controls().count("palette.close") == 0; }));
+}
+
 TEST_F(WindowEndToEnd, AnIdleWindowRests) {
   ok({"elements"});
   std::this_thread::sleep_for(300ms);
