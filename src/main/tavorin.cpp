@@ -6,12 +6,13 @@
 #include "app/process/AppDelegate.hpp"
 
 // The application loop is the process's one io_context, run on the main thread:
-// it is the main actor, and everything that touches the model runs on it.
+// it is the main actor, and everything that touches the model runs on it. With a
+// window open, the window's loop turns the context between frames.
 int main(int argc, char** argv) {
   asio::io_context context(1);
   tavorin::AppDelegate delegate(context);
   std::vector<std::string> arguments(argv + 1, argv + argc);
   asio::post(context, [&] { delegate.applicationDidFinishLaunching(arguments); });
-  context.run();
+  delegate.run();
   return delegate.exitCode();
 }

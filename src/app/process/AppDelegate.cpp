@@ -12,6 +12,7 @@
 #include "app/service/OperatorServer.hpp"
 #include "app/service/OperatorService.hpp"
 #include "app/shoot/PosedPermissionsProbe.hpp"
+#include "ui/StudioWindow.hpp"
 #include "kit/Pasteboard.hpp"
 #include "operator/BuildStamp.hpp"
 #include "platform/FontCatalog.hpp"
@@ -69,15 +70,41 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
   // `fonts` should not wait for it.
   workers_->offload([] { FontCatalog::registerHouseFaces(); }, [](std::exception_ptr) {});
   store_->bootstrap(arguments);
+  openWindow();
   startOperator();
   raisePermissions();
 
   if (auto path = Environment::value("TAVORIN_SNAPSHOT")) scheduleSnapshot(*path);
+  launched_ = true;
+}
+
+void AppDelegate::openWindow() {
+  // A studio without a display runs headless, as a server does; the verbs still work.
+  if (!StudioWindow::displayNamed()) {
+    model_->note("no display (DISPLAY is not set): running headless, without a window");
+    return;
+  }
+  try {
+    window_ = std::make_unique<StudioWindow>(context_, *store_);
+    window_->onClose([this] { terminate(0); });
+    model_->note("window open on " + Environment::value("DISPLAY").value_or("") + ", " +
+                 std::to_string(window_->width()) + " by " + std::to_string(window_->height()));
+  } catch (const std::exception& e) {
+    model_->note(std::string(e.what()) + ": running headless, without a window");
+  }
+}
+
+void AppDelegate::run() {
+  // The launch is itself work on the context; the window exists only once it ran.
+  while (!launched_ && !context_.stopped()) context_.run_one();
+  if (window_ && !context_.stopped()) window_->run();
+  else context_.run();
 }
 
 void AppDelegate::startOperator() {
   if (Environment::present("TAVORIN_NO_OPERATOR")) return;
   service_ = std::make_unique<OperatorService>(*store_, [this] { terminateSoon(); });
+  if (window_) service_->attachWindow(window_.get());
   server_ = std::make_unique<OperatorServer>(context_, *service_, freshUUID() + freshUUID());
   try {
     const int port = server_->start(true);
@@ -99,10 +126,18 @@ void AppDelegate::raisePermissions() {
   service_->raisePermissionsAtLaunch(forced.has_value());
 }
 
-void AppDelegate::scheduleSnapshot(const std::string&) {
-  actor_->after(2s, [this] {
-    // There is no window to photograph on this platform yet; a snapshot run never stays up.
-    std::fputs("snapshot: no window available for snapshot\n", stderr);
+void AppDelegate::scheduleSnapshot(const std::string& path) {
+  actor_->after(2s, [this, path] {
+    // A snapshot run never stays up, whatever became of the picture.
+    if (!window_) {
+      std::fputs("snapshot: no window available for snapshot\n", stderr);
+    } else {
+      try {
+        window_->photographNow(Environment::expandTilde(path));
+      } catch (const std::exception& e) {
+        std::fprintf(stderr, "snapshot: %s\n", e.what());
+      }
+    }
     terminate(0);
   });
 }

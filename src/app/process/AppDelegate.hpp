@@ -19,6 +19,7 @@ class OperatorServer;
 class OperatorService;
 class AudioOutput;
 class SoundCuePlayer;
+class StudioWindow;
 
 // The process itself: owns the store and the operator server, runs the launch
 // sequence and the orderly stop.
@@ -34,15 +35,19 @@ class AppDelegate {
   // Asks for termination a moment from now, so an answer in flight can leave first.
   void terminateSoon();
   void applicationWillTerminate();
+  // The application loop: the window's where one is open, else the context alone.
+  void run();
 
   AppStore& store() { return *store_; }
   OperatorServer* server() { return server_.get(); }
+  StudioWindow* window() { return window_.get(); }
   int exitCode() const { return exitCode_; }
 
  private:
   void startOperator();
   void raisePermissions();
   void scheduleSnapshot(const std::string& path);
+  void openWindow();
 
   asio::io_context& context_;
   std::unique_ptr<AsioMainActor> actor_;
@@ -56,11 +61,14 @@ class AppDelegate {
   void attachAudio();
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<AppStore> store_;
+  // After the store it draws, before the service that photographs it.
+  std::unique_ptr<StudioWindow> window_;
   std::unique_ptr<OperatorService> service_;
   std::unique_ptr<OperatorServer> server_;
   struct Signals;
   std::unique_ptr<Signals> signals_;
   bool terminated_ = false;
+  bool launched_ = false;
   int exitCode_ = 0;
 };
 

@@ -3,6 +3,9 @@
 
 #include <sys/stat.h>
 
+#include <asio/async_result.hpp>
+#include <asio/use_awaitable.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <ctime>
@@ -12,6 +15,7 @@
 #include "app/model/AppStore.hpp"
 #include "app/service/OperatorArgs.hpp"
 #include "app/shoot/PermissionsRitual.hpp"
+#include "app/service/WindowSurface.hpp"
 #include "app/shoot/Stage.hpp"
 #include "kit/RecordingStore.hpp"
 #include "operator/BuildStamp.hpp"
@@ -244,7 +248,42 @@ JSONValue OperatorService::toastsReport() const {
 // ---- status -------------------------------------------------------------------------
 
 void OperatorService::registerStatus() {
-  onBranch(&OperatorService::statusVerbs, {"ping", "status", "where", "elements", "events", "toasts", "snapshot"});
+  onBranch(&OperatorService::statusVerbs, {"ping", "status", "where", "elements", "events", "toasts"});
+  on("snapshot", [this](const OperatorCommand& c, const OperatorArgs& a) { return snapshot(c, a); });
+}
+
+namespace {
+
+// Hands the photograph to the window; its answer resumes the verb on the main actor.
+struct Photograph {
+  WindowSurface* window;
+  std::filesystem::path path;
+  double settle;
+
+  template <class Handler>
+  void operator()(Handler handler) {
+    auto resume = std::make_shared<Handler>(std::move(handler));
+    window->photograph(path, settle, [resume](std::exception_ptr failure, JSONValue report) {
+      std::move(*resume)(failure, std::move(report));
+    });
+  }
+};
+
+// Not a coroutine itself, for the same reason as offloaded().
+asio::awaitable<JSONValue> photographed(WindowSurface* window, std::filesystem::path path, double settle) {
+  return asio::async_initiate<const asio::use_awaitable_t<>, void(std::exception_ptr, JSONValue)>(
+      Photograph{window, std::move(path), settle}, asio::use_awaitable);
+}
+
+}  // namespace
+
+asio::awaitable<OperatorResult> OperatorService::snapshot(const OperatorCommand&, const OperatorArgs& a) {
+  if (!window_) co_return OperatorResult::failure("no window available for snapshot");
+  const auto path = a.path("path");
+  if (!path) co_return OperatorResult::failure("snapshot needs path=<a .png file>");
+  const double settle = a.number("settle").value_or(0.3);
+  if (settle < 0 || settle > 3) co_return OperatorResult::failure("settle is between 0 and 3 seconds");
+  co_return OperatorResult::success(co_await photographed(window_, *path, settle));
 }
 
 OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, const OperatorArgs& a) {
@@ -253,7 +292,8 @@ OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, c
   if (v == "status") return OperatorResult::success(status());
   if (v == "where") return OperatorResult::success(JSONValue::object({{"where", word(store_.route().page)}}));
   if (v == "elements") {
-    // The window as data. There is no window on this platform yet: no panels to list.
+    if (window_) return OperatorResult::success(window_->elements());
+    // A headless studio draws nothing: no panels to list.
     return OperatorResult::success(JSONValue::object(
         {{"window", JSONValue()}, {"page", word(store_.route().page)}, {"panels", JSONValue::array({})}}));
   }
@@ -272,7 +312,6 @@ OperatorService::Answer OperatorService::statusVerbs(const OperatorCommand& c, c
     }
     return OperatorResult::success(toastsReport());
   }
-  if (v == "snapshot") return OperatorResult::failure("no window available for snapshot");
   return std::nullopt;
 }
 

@@ -23,6 +23,7 @@ class PermissionsProbe;
 class PermissionsRitual;
 struct CameraVerdict;
 class OperatorArgs;
+class WindowSurface;
 struct TimelineItem;
 struct Take;
 struct Zoom;
@@ -58,6 +59,10 @@ class OperatorService {
   // (a window that photographs itself, a render queue) takes over a verb marked as
   // waiting for it; a verb that has a handler already is refused with logic_error.
   void on(std::string_view verb, Handler handler);
+
+  // The window, once one is open; without it `elements` and `snapshot` answer as a
+  // headless studio does. The window outlives the service's use of it.
+  void attachWindow(WindowSurface* window) { window_ = window; }
 
   // What runs the blocking: the desktop's own unless a test gives substitutes.
   void useStage(std::unique_ptr<Stage> stage);
@@ -209,6 +214,8 @@ class OperatorService {
 
   AppStore& store_;
   std::function<void()> terminate_;
+  WindowSurface* window_ = nullptr;
+  asio::awaitable<OperatorResult> snapshot(const OperatorCommand& c, const OperatorArgs& a);
   std::map<std::string, Handler, std::less<>> handlers_;
   std::map<std::string, std::string, std::less<>> waiting_;
   std::unique_ptr<Stage> stage_;

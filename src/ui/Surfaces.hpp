@@ -1,0 +1,83 @@
+#pragma once
+#include <map>
+#include <optional>
+#include <string>
+
+#include "kit/TimelineGeometry.hpp"
+#include "ui/ElementRegistry.hpp"
+#include "ui/Theme.hpp"
+
+namespace tavorin {
+
+class AppStore;
+class AppModel;
+
+// The pages, panels, sheets and the timeline canvas, drawn straight from the store
+// and the model each frame; a control calls the same operation its verb calls. The
+// state kept here is only what a hand holds mid-gesture: a drag, a field being typed.
+class Surfaces {
+ public:
+  explicit Surfaces(AppStore& store);
+
+  // One frame of ImGui widgets for a window of that size; every control drawn is
+  // noted in `registry`.
+  void draw(double width, double height, ElementRegistry& registry);
+  // Whether anything on screen moves by itself, so the window keeps drawing.
+  bool animating() const;
+  // Desktop shortcuts; true when the key was the studio's. `typing` is true while a
+  // text field holds the keyboard, when Space and Delete belong to the field.
+  enum class Key { undo, redo, save, play, remove, import };
+  bool shortcut(Key key, bool typing);
+
+  Theme& theme() { return theme_; }
+
+ private:
+  void drawTopBar(double width);
+  void drawEditPage(double width, double height);
+  void drawMonitor(double x, double y, double w, double h);
+  void drawInspector(double x, double y, double w, double h);
+  void drawTransport(double x, double y, double w, double h);
+  void drawTimeline(double x, double y, double w, double h);
+  void drawScriptPage(double width, double height);
+  void drawLibraryPage(double width, double height);
+  void drawSheets(double width, double height);
+  void drawToasts(double width);
+  void drawPalette(double width, double height);
+
+  // Opens a fixed panel (an ImGui window) and notes it; ends with endPanel.
+  bool beginPanel(const char* id, const std::string& title, double x, double y, double w, double h,
+                  bool scroll = false, bool floating = false);
+  void endPanel();
+  // Notes the last ImGui item as a control.
+  void note(const std::string& id, const char* role, const std::string& label, const std::string& help,
+            bool enabled = true);
+  bool button(const std::string& id, const std::string& label, const std::string& help, bool enabled = true);
+  // A text field that commits when the hand leaves it; true with the new text.
+  std::optional<std::string> field(const std::string& id, const std::string& label, const std::string& value,
+                                   const std::string& help, bool multiline = false, double width = -1);
+  std::optional<double> numberField(const std::string& id, const std::string& label, std::optional<double> value,
+                                    const std::string& help);
+  // Runs an act of the model; a refusal becomes a failure toast with its sentence.
+  template <class Act>
+  void act(Act&& a);
+
+  AppStore& store_;
+  AppModel& model_;
+  Theme theme_;
+  ElementRegistry* registry_ = nullptr;
+  // Text being typed, by field id, until it is committed.
+  std::map<std::string, std::string> typing_;
+  struct Drag {
+    std::string id;
+    double grabbedAt = 0;  // seconds from the item's start to the pointer
+    double start = 0;
+  };
+  std::optional<Drag> drag_;
+  bool editingBlocking_ = false;
+  std::string blockingText_;
+  std::string lastFailure_;
+  // The timeline's geometry, made once at the start of an edit page's frame.
+  std::optional<TimelineGeometry> geometry_;
+};
+
+}  // namespace tavorin

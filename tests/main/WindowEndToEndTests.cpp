@@ -1,0 +1,289 @@
+// The studio's window on a display of the test's own, driven through tavorinctl and
+// through the pointer, and photographed.
+#include <gtest/gtest.h>
+#include <stb/stb_image.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <set>
+#include <thread>
+
+#include "Processes.hpp"
+#include "TestSupport.hpp"
+#include "VirtualDisplay.hpp"
+#include "main/StudioFixture.hpp"
+#include "operator/JSONValue.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Box {
+  long long x = 0, y = 0, width = 0, height = 0;
+  bool overlaps(const Box& o) const {
+    return x < o.x + o.width && o.x < x + width && y < o.y + o.height && o.y < y + height;
+  }
+};
+
+Box box(const JSONValue& frame) {
+  return Box{*frame["x"]->intValue(), *frame["y"]->intValue(), *frame["width"]->intValue(),
+             *frame["height"]->intValue()};
+}
+
+struct Picture {
+  int width = 0, height = 0;
+  std::vector<unsigned char> rgba;
+  // The mean difference of two pictures of one size, 0 to 255 a channel.
+  double differenceFrom(const Picture& o) const {
+    double sum = 0;
+    for (std::size_t k = 0; k < rgba.size(); ++k) sum += std::abs(int(rgba[k]) - int(o.rgba[k]));
+    return sum / double(rgba.size());
+  }
+};
+
+Picture load(const fs::path& png) {
+  Picture p;
+  int n = 0;
+  unsigned char* px = stbi_load(png.c_str(), &p.width, &p.height, &n, 4);
+  if (!px) return p;
+  p.rgba.assign(px, px + std::size_t(p.width) * p.height * 4);
+  stbi_image_free(px);
+  return p;
+}
+
+// A process's CPU time so far (user and system), from /proc.
+double cpuSeconds(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skip;
+  for (int i = 3; i < 14; ++i) fields >> skip;
+  long user = 0, system = 0;
+  fields >> user >> system;
+  return double(user + system) / double(::sysconf(_SC_CLK_TCK));
+}
+
+class WindowEndToEnd : public test::StudioFixture {
+ protected:
+  void SetUp() override {
+    if (display.missing()) GTEST_SKIP() << *display.missing();
+    startStudio({"DISPLAY=" + display.name()});
+    ok({"project.open", "name=demo"});
+    ok({"recording.open", "slug=halden-demo"});
+    ok({"nav", "route=edit"});
+  }
+  // Every control of the last frame, by id, with its panel.
+  struct Control {
+    std::string panel, role, label;
+    bool enabled = false;
+    Box frame;
+  };
+  std::map<std::string, Control> controls(JSONValue* whole = nullptr) {
+    const JSONValue report = ok({"elements"});
+    if (whole) *whole = report;
+    std::map<std::string, Control> out;
+    for (const auto& p : *report["panels"]->arrayValue())
+      for (const auto& e : *p["elements"]->arrayValue())
+        out[str(e, "id")] = Control{str(p, "id"), str(e, "role"), str(e, "label"), *e["enabled"]->boolValue(),
+                                    box(*e["frame"])};
+    return out;
+  }
+  Picture photograph(const std::string& name) {
+    const fs::path png = dir / name;
+    const JSONValue shot = ok({"snapshot", "path=" + png.string(), "settle=0"});
+    EXPECT_EQ(str(shot, "path"), png.string());
+    return load(png);
+  }
+  // The pointer to the middle of a control, and a click there.
+  void click(const Control& c) {
+    auto s = test::spawn("/usr/bin/xdotool",
+                         {"search", "--name", "^Tavorin$", "mousemove", "--window", "%1",
+                          std::to_string(c.frame.x + c.frame.width / 2), std::to_string(c.frame.y + c.frame.height / 2),
+                          "click", "1"},
+                         {"DISPLAY=" + display.name()}, dir.path());
+    ASSERT_EQ(test::waitFor(s.pid, 10s), 0) << test::readFile(s.err);
+  }
+  template <class Check>
+  bool eventually(Check check) {
+    for (auto until = std::chrono::steady_clock::now() + 5s; std::chrono::steady_clock::now() < until;) {
+      if (check()) return true;
+      std::this_thread::sleep_for(50ms);
+    }
+    return false;
+  }
+
+  test::VirtualDisplay display;
+};
+
+}  // namespace
+
+TEST_F(WindowEndToEnd, TheEditPageListsItsLanesAndInspectorInsideTheWindowWithoutOverlap) {
+  JSONValue report;
+  const auto all = controls(&report);
+  EXPECT_EQ(str(report, "page"), "edit");
+  const long long width = *(*report["window"])["width"]->intValue();
+  const long long height = *(*report["window"])["height"]->intValue();
+  // Xvfb's screen is 1280 by 800: the window is that less 48 each way.
+  EXPECT_EQ(width, 1232);
+  EXPECT_EQ(height, 752);
+  for (const char* id : {"lane.screen", "lane.zooms", "lane.voice", "lane.music", "lane.labels", "lane.voice.l1",
+                         "lane.zooms.empty", "inspector.production.title", "transport.play", "timeline.ruler",
+                         "monitor.picture", "nav.library"})
+    EXPECT_EQ(all.count(id), 1u) << id;
+  EXPECT_EQ(all.at("lane.voice.l1").panel, "timeline");
+  EXPECT_EQ(all.at("lane.voice.l1").role, "item");
+  EXPECT_EQ(all.at("inspector.production.title").label, "Title");
+  for (const auto& [id, c] : all) {
+    EXPECT_GE(c.frame.x, 0) << id;
+    EXPECT_GE(c.frame.y, 0) << id;
+    EXPECT_LE(c.frame.x + c.frame.width, width) << id;
+    EXPECT_LE(c.frame.y + c.frame.height, height) << id;
+    EXPECT_GT(c.frame.width * c.frame.height, 0) << id;
+  }
+  for (auto a = all.begin(); a != all.end(); ++a)
+    for (auto b = std::next(a); b != all.end(); ++b)
+      if (a->second.panel == b->second.panel) {
+        EXPECT_FALSE(a->second.frame.overlaps(b->second.frame)) << a->first << " overlaps " << b->first;
+      }
+}
+
+TEST_F(WindowEndToEnd, ASnapshotIsAPngOfTheWindowsSizeWithAPicture) {
+  const Picture p = photograph("edit.png");
+  ASSERT_EQ(p.width, 1232);
+  ASSERT_EQ(p.height, 752);
+  std::set<std::uint32_t> colours;
+  for (std::size_t k = 0; k < p.rgba.size(); k += 4)
+    colours.insert(std::uint32_t(p.rgba[k]) << 16 | std::uint32_t(p.rgba[k + 1]) << 8 | p.rgba[k + 2]);
+  EXPECT_GT(colours.size(), 50u);
+  // A folder that cannot be made is the snapshot's own failure, in words.
+  test::writeFile(dir / "file", "x");
+  const auto refused = ctl({"snapshot", "path=" + (dir / "file/shot.png").string(), "settle=0"});
+  EXPECT_NE(refused.rc, 0);
+  EXPECT_NE(refused.err.find("can't write the PNG to " + (dir / "file/shot.png").string()), std::string::npos)
+      << refused.err;
+}
+
+TEST_F(WindowEndToEnd, SelectMoveAndUndoChangeWhatIsDrawn) {
+  const Picture before = photograph("before.png");
+  const Box at = controls().at("lane.voice.l1").frame;
+  EXPECT_EQ(controls().count("inspector.text"), 0u);
+
+  ok({"select", "ids=l1"});
+  const auto picked = controls();
+  EXPECT_EQ(picked.count("inspector.text"), 1u);
+  EXPECT_EQ(picked.count("inspector.character"), 1u);
+  EXPECT_EQ(picked.count("panel.editor.close"), 1u);
+  EXPECT_EQ(picked.count("inspector.production.title"), 0u);
+  const Picture selected = photograph("selected.png");
+  EXPECT_GT(selected.differenceFrom(before), 0.0);
+
+  // Half a second later on the timeline, at the demo's hundred pixels a second.
+  ASSERT_EQ(*ok({"timeline.info"})["pxPerSecond"]->doubleValue(), 100);
+  ok({"item.move", "id=l1", "to=1.5", "snap=0"});
+  const Box moved = controls().at("lane.voice.l1").frame;
+  EXPECT_EQ(moved.x, at.x + 50);
+  EXPECT_EQ(moved.width, at.width);
+
+  ok({"undo"});
+  EXPECT_EQ(controls().at("lane.voice.l1").frame.x, at.x);
+  ok({"select", "none=1"});
+  EXPECT_EQ(controls().count("inspector.text"), 0u);
+  EXPECT_GT(photograph("after.png").differenceFrom(selected), 0.0);
+}
+
+TEST_F(WindowEndToEnd, ClickingPlayStartsTheTransportAndClickingATabMovesThePage) {
+  const auto all = controls();
+  ASSERT_TRUE(all.at("transport.play").enabled);
+  click(all.at("transport.play"));
+  EXPECT_TRUE(eventually([&] { return ok({"transport"})["playing"]->boolValue() == true; }));
+  EXPECT_TRUE(eventually([&] { return controls().at("transport.play").label == "Pause"; }));
+  ok({"pause"});
+
+  click(controls().at("nav.library"));
+  EXPECT_TRUE(eventually([&] { return str(ok({"where"}), "where") == "library"; }));
+  EXPECT_TRUE(eventually([&] { return controls().count("library.recording.halden-demo.open") == 1; }));
+}
+
+TEST_F(WindowEndToEnd, ThePagesOfTheDemoLookAsTheirReferencesDo) {
+  // The references are in the repository; TAVORIN_UPDATE_REFERENCES=1 rewrites them
+  // after a deliberate change of the drawing.
+  const fs::path references = fs::path(TAVORIN_TEST_DATA) / "window";
+  const bool update = std::getenv("TAVORIN_UPDATE_REFERENCES") != nullptr;
+  for (const char* page : {"edit", "script", "library"}) {
+    ok({"nav", std::string("route=") + page});
+    const fs::path shot = dir / (std::string(page) + ".png");
+    ok({"snapshot", "path=" + shot.string(), "settle=0"});
+    const fs::path reference = references / (std::string(page) + ".png");
+    if (update) {
+      fs::create_directories(references);
+      fs::copy_file(shot, reference, fs::copy_options::overwrite_existing);
+      continue;
+    }
+    ASSERT_TRUE(fs::exists(reference)) << reference << " is missing; make it with TAVORIN_UPDATE_REFERENCES=1";
+    const Picture now = load(shot), then = load(reference);
+    ASSERT_EQ(now.width, then.width) << page;
+    ASSERT_EQ(now.height, then.height) << page;
+    // Font hinting and the software renderer may move a pixel here and there; a page
+    // that lost a panel or its text moves far more.
+    EXPECT_LT(now.differenceFrom(then), 1.0) << page << " differs from its reference; see " << shot;
+  }
+}
+
+TEST_F(WindowEndToEnd, ASnapshotRunPhotographsTheWindowAndEnds) {
+  kill(SIGTERM);
+  const fs::path png = dir / "launch.png";
+  env.push_back("TAVORIN_SNAPSHOT=" + png.string());
+  app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
+  EXPECT_EQ(test::waitFor(app.pid, 10s), 0) << test::readFile(app.err);
+  const Picture p = load(png);
+  EXPECT_EQ(p.width, 1232);
+  EXPECT_EQ(p.height, 752);
+}
+
+TEST_F(WindowEndToEnd, SheetsAndThePaletteLabStandOverThePageAndCloseByTheirButtons) {
+  ok({"export.flow"});
+  auto all = controls();
+  ASSERT_EQ(all.count("export.dismiss"), 1u);
+  EXPECT_EQ(all.at("export.dismiss").panel, "export.sheet");
+  click(all.at("export.dismiss"));
+  EXPECT_TRUE(eventually([&] { return ok({"status"})["exportSheet"]->boolValue() == false; }));
+
+  ok({"palette", "open=1"});
+  all = controls();
+  ASSERT_EQ(all.count("palette.voice"), 1u);
+  EXPECT_EQ(all.at("palette.voice").role, "colour");
+  click(all.at("palette.close"));
+  EXPECT_TRUE(eventually([&] { return controls().count("palette.close") == 0; }));
+}
+
+TEST_F(WindowEndToEnd, AnIdleWindowRests) {
+  ok({"elements"});
+  std::this_thread::sleep_for(300ms);
+  // A loop that spins on the X connection or a timer shows as a whole core; resting,
+  // it wakes for nothing at all.
+  const double before = cpuSeconds(app.pid);
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_LT(cpuSeconds(app.pid) - before, 0.1);
+}
+
+class HeadlessStudio : public test::StudioFixture {};
+
+TEST_F(HeadlessStudio, SaysOnceThatItHasNoWindowAndAnswersTheWindowsVerbsAsHeadless) {
+  startStudio({"DISPLAY="});
+  int said = 0;
+  const JSONValue events = ok({"events"});
+  for (const auto& e : *events["events"]->arrayValue())
+    said += e.stringValue()->find("running headless") != std::string::npos;
+  EXPECT_EQ(said, 1);
+  EXPECT_TRUE(ok({"elements"})["panels"]->arrayValue()->empty());
+  const auto shot = ctl({"snapshot", "path=" + (dir / "x.png").string()});
+  EXPECT_NE(shot.rc, 0);
+  EXPECT_NE(shot.err.find("no window available for snapshot"), std::string::npos) << shot.err;
+  EXPECT_FALSE(fs::exists(dir / "x.png"));
+}

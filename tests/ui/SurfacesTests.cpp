@@ -1,0 +1,187 @@
+// The surfaces drawn into an ImGui context of the test's own, with no window and no
+// renderer: the pointer is moved and pressed by hand, frame by frame.
+#include <gtest/gtest.h>
+#include <imgui.h>
+
+#include "TestSupport.hpp"
+#include "app/model/AppStore.hpp"
+#include "app/model/ManualMainActor.hpp"
+#include "app/model/Scope.hpp"
+#include "kit/Pasteboard.hpp"
+#include "kit/RecordingStore.hpp"
+#include "platform/FreedesktopTrash.hpp"
+#include "ui/Surfaces.hpp"
+
+using namespace tavorin;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double W = 1232, H = 752;
+
+class SurfacesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Scope::resetForTesting();
+    scripting.emplace("TAVORIN_SCRIPTING", std::nullopt);
+    support.emplace("TAVORIN_SUPPORT", (tmp / "support").string());
+    // Three lines four seconds apart, each two seconds long.
+    Recording r("short", "Short");
+    for (int k = 0; k < 3; ++k) {
+      TimelineItem l("l" + std::to_string(k + 1), ItemType::line);
+      l.text = "Line " + std::to_string(k + 1) + ".";
+      l.start = 4.0 * k;
+      l.duration = 2;
+      r.timeline.push_back(l);
+    }
+    RecordingStore(tmp / "root/p/recordings/short").saveNewVersion(r, std::chrono::system_clock::now());
+    model.emplace(actor, SessionStore(tmp / "support/session.json"), pasteboard);
+    store.emplace(*model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash);
+    store->openProduction(tmp / "root/p/recordings/short");
+    store->go(Route::of(Page::edit));
+    model->snapping = false;
+
+    context = ImGui::CreateContext();
+    ImGuiIO& io = ImGui::GetIO();
+    io.IniFilename = nullptr;
+    io.DisplaySize = ImVec2(float(W), float(H));
+    io.DeltaTime = 1.0f / 60;
+    surfaces.emplace(*store);
+    surfaces->theme().loadFaces();
+    unsigned char* pixels = nullptr;
+    int w = 0, h = 0;
+    io.Fonts->GetTexDataAsRGBA32(&pixels, &w, &h);
+  }
+  void TearDown() override {
+    ImGui::DestroyContext(context);
+    Scope::resetForTesting();
+  }
+
+  void frame() {
+    ImGui::NewFrame();
+    surfaces->draw(W, H, registry);
+    ImGui::Render();
+  }
+  // The pointer to a point, pressed or not, over one frame.
+  void pointer(double x, double y, bool down) {
+    ImGuiIO& io = ImGui::GetIO();
+    io.MousePos = ImVec2(float(x), float(y));
+    io.MouseDown[0] = down;
+    frame();
+  }
+  ElementRegistry::Frame at(const std::string& id) {
+    const auto* e = registry.find(id);
+    EXPECT_NE(e, nullptr) << id;
+    return e ? e->frame : ElementRegistry::Frame{};
+  }
+  void click(const std::string& id) {
+    const auto f = at(id);
+    pointer(f.x + f.width / 2, f.y + f.height / 2, false);
+    pointer(f.x + f.width / 2, f.y + f.height / 2, true);
+    pointer(f.x + f.width / 2, f.y + f.height / 2, false);
+  }
+  double start(const std::string& id) {
+    for (const auto& i : model->recording().timeline)
+      if (i.id == id) return *i.start;
+    return -1;
+  }
+
+  test::TempDir tmp;
+  std::optional<test::ScopedEnv> scripting, support;
+  ManualMainActor actor;
+  MemoryPasteboard pasteboard;
+  FreedesktopTrash trash{tmp / "Trash"};
+  std::optional<AppModel> model;
+  std::optional<AppStore> store;
+  std::optional<Surfaces> surfaces;
+  ImGuiContext* context = nullptr;
+  ElementRegistry registry;
+};
+
+}  // namespace
+
+TEST_F(SurfacesTest, TheVoiceLaneDrawsEachLineWhereTheGeometryPutsIt) {
+  frame();
+  const TimelineGeometry g = model->geometry();
+  const auto l1 = at("lane.voice.l1");
+  const auto l2 = at("lane.voice.l2");
+  // The blocks keep the geometry's spacing and widths: 4 s apart, 2 s wide less the seam.
+  EXPECT_DOUBLE_EQ(l2.x - l1.x, 4 * g.pxPerSecond);
+  EXPECT_DOUBLE_EQ(l1.width, 2 * g.pxPerSecond - 2);
+  EXPECT_DOUBLE_EQ(l1.height, TimelineGeometry::blockHeight(TimelineGeometry::Lane::voice));
+  EXPECT_EQ(registry.find("lane.voice.l1")->label, "Line 1.");
+  // The lanes that hold nothing say so, and every lane has its title in the rail.
+  EXPECT_NE(registry.find("lane.music.empty"), nullptr);
+  EXPECT_NE(registry.find("lane.voice"), nullptr);
+  EXPECT_EQ(registry.find("lane.voice")->label, "Audio");
+}
+
+TEST_F(SurfacesTest, ADragMovesALineByWhatThePointerTravelledAsOneUndoStep) {
+  frame();
+  const auto f = at("lane.voice.l2");
+  const double x = f.x + 20, y = f.y + f.height / 2;
+  pointer(x, y, false);
+  pointer(x, y, true);
+  // Half a second to the right at a hundred pixels a second, over a few frames.
+  for (int k = 1; k <= 5; ++k) pointer(x + 10 * k, y, true);
+  EXPECT_DOUBLE_EQ(start("l2"), 4);  // nothing lands until the hand lets go
+  pointer(x + 50, y, false);
+  EXPECT_NEAR(start("l2"), 4.5, 1e-9);
+  EXPECT_EQ(model->selection(), std::vector<std::string>{"l2"});
+  model->undo();
+  EXPECT_DOUBLE_EQ(start("l2"), 4);
+}
+
+TEST_F(SurfacesTest, AClickPicksAndTheInspectorEditsThePick) {
+  frame();
+  EXPECT_EQ(registry.find("inspector.text"), nullptr);
+  EXPECT_NE(registry.find("inspector.production.title"), nullptr);
+  click("lane.voice.l3");
+  EXPECT_EQ(model->selection(), std::vector<std::string>{"l3"});
+  frame();
+  EXPECT_NE(registry.find("inspector.text"), nullptr);
+  EXPECT_EQ(registry.find("inspector.production.title"), nullptr);
+  // A click on the ground empties the pick; the editor closes with it.
+  const auto lane = at("lane.voice.l3");
+  pointer(lane.x + lane.width + 40, lane.y + 10, false);
+  pointer(lane.x + lane.width + 40, lane.y + 10, true);
+  pointer(lane.x + lane.width + 40, lane.y + 10, false);
+  EXPECT_TRUE(model->selection().empty());
+}
+
+TEST_F(SurfacesTest, TheTabsMoveThePageAndTheTopBarFollowsIt) {
+  frame();
+  EXPECT_EQ(registry.find("script.line.l1"), nullptr);
+  click("nav.script");
+  EXPECT_EQ(store->route().page, Page::script);
+  frame();
+  EXPECT_NE(registry.find("script.line.l1"), nullptr);
+  EXPECT_EQ(registry.find("lane.voice.l1"), nullptr);
+  click("nav.library");
+  EXPECT_EQ(store->route().page, Page::library);
+}
+
+TEST_F(SurfacesTest, ShortcutsActOnThePickAndLeaveKeysToAFieldBeingTyped) {
+  model->select({"l1"});
+  EXPECT_FALSE(surfaces->shortcut(Surfaces::Key::remove, true));
+  EXPECT_EQ(model->recording().timeline.size(), 3u);
+  EXPECT_TRUE(surfaces->shortcut(Surfaces::Key::remove, false));
+  EXPECT_EQ(model->recording().timeline.size(), 2u);
+  EXPECT_TRUE(surfaces->shortcut(Surfaces::Key::undo, false));
+  EXPECT_EQ(model->recording().timeline.size(), 3u);
+  EXPECT_TRUE(surfaces->shortcut(Surfaces::Key::redo, false));
+  EXPECT_EQ(model->recording().timeline.size(), 2u);
+  EXPECT_FALSE(surfaces->shortcut(Surfaces::Key::play, true));
+}
+
+TEST_F(SurfacesTest, ARefusedActBecomesAFailureToastInTheModelsWords) {
+  // Nothing is on the undo stack of a production just opened.
+  const std::string words = test::refusal([&] { model->undo(); });
+  surfaces->shortcut(Surfaces::Key::undo, false);
+  ASSERT_FALSE(model->toasts().toasts().empty());
+  const Toast& t = model->toasts().toasts().front();
+  EXPECT_EQ(t.kind, Toast::Kind::failure);
+  EXPECT_EQ(t.text, words);
+  frame();
+  EXPECT_NE(registry.find("toast." + t.id + ".dismiss"), nullptr);
+}
