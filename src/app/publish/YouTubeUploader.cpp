@@ -8,48 +8,19 @@
 
 namespace tavorin {
 
-namespace {
-
-// "bytes=0-1234" from a 308's Range: the next byte to send, or nothing when the header is absent.
-std::optional<std::uint64_t> nextByte(const std::string& range) {
-  const size_t dash = range.rfind('-');
-  if (range.rfind("bytes=", 0) != 0 || dash == std::string::npos) return std::nullopt;
-  try {
-    return std::stoull(range.substr(dash + 1)) + 1;
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
-}
-
-}  // namespace
-
 HttpCall::Answer YouTubeUploader::call(HttpCall request) {
+  if (stopped_) throw PublishError::cancelled();
   request.stop = &stopped_;
-  for (;;) {
-    if (stopped_) throw PublishError::cancelled();
-    request.headers.erase(std::remove_if(request.headers.begin(), request.headers.end(),
-                                         [](const std::string& h) { return h.rfind("Authorization:", 0) == 0; }),
-                          request.headers.end());
-    request.headers.push_back(authorisation());
-    HttpCall::Answer answer;
-    try {
-      answer = request.perform();
-    } catch (const HttpCall::Stopped&) {
-      throw PublishError::cancelled();
-    }
-    // An access token can lapse during a long upload: renew it once and say it again.
-    if (answer.status == 401 && !refreshed_) {
-      refreshed_ = true;
-      token_ = auth_.refresh(auth_.store().client(), token_);
-      continue;
-    }
-    return answer;
+  request.headers.push_back(authorisation());
+  try {
+    return request.perform();
+  } catch (const HttpCall::Stopped&) {
+    throw PublishError::cancelled();
   }
 }
 
 std::string YouTubeUploader::upload(const PublishRequest& request, const std::function<void(double)>& progress) {
   stopped_ = false;
-  refreshed_ = false;
   std::error_code ec;
   if (!std::filesystem::is_regular_file(request.file, ec)) throw PublishError::noFile(request.file.string());
   const std::uint64_t size = std::filesystem::file_size(request.file, ec);
@@ -86,9 +57,10 @@ std::string YouTubeUploader::send(const std::string& session, const std::filesys
                                   const std::function<void(double)>& progress) {
   std::ifstream in(file, std::ios::binary);
   if (!in) throw PublishError::noFile(file.string());
+  // No retry: a failure of any kind ends the upload, and the next attempt opens a new
+  // session, so what YouTube holds is never in doubt.
   std::string buffer;
   std::uint64_t offset = 0;
-  int drops = 0;
   for (;;) {
     const std::uint64_t length = std::min(chunk_, size - offset);
     buffer.resize(length);
@@ -106,30 +78,12 @@ std::string YouTubeUploader::send(const std::string& session, const std::filesys
     try {
       answer = call(std::move(put));
     } catch (const HttpCall::Broken& e) {
-      // The connection went mid-chunk: ask the session how much arrived and go on from there.
-      if (++drops > dropsTolerated) throw PublishError(std::string("the upload kept breaking off: ") + e.what());
-      HttpCall ask;
-      ask.method = "PUT";
-      ask.url = session;
-      ask.headers = {"Content-Range: bytes */" + std::to_string(size)};
-      try {
-        answer = call(std::move(ask));
-      } catch (const HttpCall::Broken& again) {
-        throw PublishError(std::string("the upload broke off: ") + again.what());
-      }
-      if (answer.status == 308) {
-        offset = nextByte(answer.header("range")).value_or(0);
-        if (offset > size) throw PublishError("YouTube says it holds more than the file");
-        if (progress) progress(double(offset) / double(size));
-        continue;
-      }
+      throw PublishError(std::string("the upload broke off: ") + e.what());
     }
     if (answer.status == 308) {
-      drops = 0;
-      offset = nextByte(answer.header("range")).value_or(offset + length);
-      if (offset > size) throw PublishError("YouTube says it holds more than the file");
+      offset += length;
       if (progress) progress(double(offset) / double(size));
-      if (offset == size) throw PublishError("the upload finished and YouTube named nothing");
+      if (offset >= size) throw PublishError("the upload finished and YouTube named nothing");
       continue;
     }
     if (answer.status > 299) throw PublishError::http(answer.status, YouTubeAnswers::summary(answer.body));

@@ -9,13 +9,11 @@
 namespace tavorin {
 
 // Google's resumable upload: a session, then the file in 8 MiB chunks, each with its
-// Content-Range. Memory stays at one chunk whatever the film's size. A connection that
-// drops mid-chunk is asked where it got to and the upload goes on from there; a 401
-// refreshes the token once.
+// Content-Range. Memory stays at one chunk whatever the film's size. The token is made
+// fresh before the session opens; after that, any failure ends the upload.
 class YouTubeUploader final : public Uploader {
  public:
   static constexpr std::uint64_t chunkSize = 0x800000;  // a multiple of 256 KiB, as the protocol wants
-  static constexpr int dropsTolerated = 3;
 
   explicit YouTubeUploader(YouTubeAuth auth) : auth_(std::move(auth)) {}
 
@@ -39,7 +37,6 @@ class YouTubeUploader final : public Uploader {
 
   YouTubeAuth auth_;
   YouTubeToken token_;
-  bool refreshed_ = false;
   std::uint64_t chunk_ = chunkSize;
   std::atomic<bool> stopped_{false};
 };
