@@ -57,7 +57,6 @@ OperatorService::OperatorService(AppStore& store, std::function<void()> terminat
   registerRevise();
   registerFetch();
   registerPublish();
-  registerWaiting();
 }
 
 AppModel& OperatorService::model() const { return store_.production(); }
@@ -66,7 +65,6 @@ const std::set<std::string>& OperatorService::handledVerbs() { return OperatorMa
 
 void OperatorService::on(std::string_view verb, Handler handler) {
   if (handlers_.count(verb)) throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
-  if (const auto it = waiting_.find(verb); it != waiting_.end()) waiting_.erase(it);
   handlers_.emplace(verb, std::move(handler));
 }
 
@@ -83,24 +81,9 @@ asio::awaitable<OperatorResult> OperatorService::answerThrough(Branch branch, co
   co_return std::move(*answer);
 }
 
-void OperatorService::waiting(std::string_view capability, std::initializer_list<std::string_view> verbs) {
-  for (auto verb : verbs) {
-    if (handlers_.count(verb) || waiting_.count(verb))
-      throw std::logic_error("the verb " + std::string(verb) + " is registered twice");
-    waiting_.emplace(verb, capability);
-  }
-}
-
-std::optional<std::string> OperatorService::waitingFor(std::string_view verb) const {
-  const auto it = waiting_.find(verb);
-  if (it == waiting_.end()) return std::nullopt;
-  return it->second;
-}
-
 std::set<std::string> OperatorService::registeredVerbs() const {
   std::set<std::string> verbs;
   for (const auto& [verb, _] : handlers_) verbs.insert(verb);
-  for (const auto& [verb, _] : waiting_) verbs.insert(verb);
   return verbs;
 }
 

@@ -51,13 +51,10 @@ class OperatorService {
   // Whether a verb has a handler of its own; a former spelling answers through the
   // verb it spells and has none.
   bool hasHandler(std::string_view verb) const { return handlers_.count(verb) > 0; }
-  // The part of the studio a verb waits for, for a verb this build cannot do yet.
-  std::optional<std::string> waitingFor(std::string_view verb) const;
-  // Every verb registered, with a handler or as waiting.
+  // Every verb registered.
   std::set<std::string> registeredVerbs() const;
-  // Gives a verb its handler. A part of the studio that lives outside the service
-  // (a window that photographs itself, a render queue) takes over a verb marked as
-  // waiting for it; a verb that has a handler already is refused with logic_error.
+  // Gives a verb its handler; a verb that has a handler already is refused with
+  // logic_error, so no two parts of the studio answer one verb.
   void on(std::string_view verb, Handler handler);
 
   // The window, once one is open; without it `elements` and `snapshot` answer as a
@@ -87,8 +84,6 @@ class OperatorService {
 
   // Verbs that answer at once through their group's branch function.
   void onBranch(Branch branch, std::initializer_list<std::string_view> verbs);
-  // Verbs of the manifest whose part of the studio is not in this build yet.
-  void waiting(std::string_view capability, std::initializer_list<std::string_view> verbs);
 
   void registerStatus();
   void registerNav();
@@ -118,7 +113,6 @@ class OperatorService {
   JSONValue linesReport() const;
   Answer soundVerbs(const OperatorCommand& c, const OperatorArgs& a);
   JSONValue soundReport(std::optional<SoundCue> played, bool sounded) const;
-  void registerWaiting();
   void registerPermissions();
   void registerShootInfo();
   void registerRevise();
@@ -217,7 +211,6 @@ class OperatorService {
   WindowSurface* window_ = nullptr;
   asio::awaitable<OperatorResult> snapshot(const OperatorCommand& c, const OperatorArgs& a);
   std::map<std::string, Handler, std::less<>> handlers_;
-  std::map<std::string, std::string, std::less<>> waiting_;
   std::unique_ptr<Stage> stage_;
   // The probe outlives the ritual that asks it.
   std::unique_ptr<PermissionsProbe> probe_;

@@ -99,11 +99,6 @@ class OperatorServiceTest : public ::testing::Test {
   AppStore store;
   OperatorService service;
   int quits = 0;
-
-  // A verb whose part of the studio is not in this build: it answers as unhandled.
-  bool laterWork(const VerbSpec& verb) const {
-    return service.waitingFor(verb.aliasOf.value_or(verb.name)).has_value();
-  }
 };
 
 }  // namespace
@@ -115,32 +110,27 @@ TEST_F(OperatorServiceTest, EveryVerbOfTheManifestAnswersWithoutAProduction) {
     OperatorResult r;
     ASSERT_NO_THROW(r = call(row.name)) << row.name;
     const std::string error = r.error.value_or("");
-    if (laterWork(row)) {
-      EXPECT_EQ(error, "unhandled verb '" + row.name + "'") << row.name;
-    } else {
-      EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << row.name << ": " << error;
-      // A refusal is a sentence of ours, never a library's text.
-      if (!r.ok) {
-        EXPECT_FALSE(error.empty()) << row.name;
-        EXPECT_EQ(error.find("exception"), std::string::npos) << row.name << ": " << error;
-      }
+    EXPECT_EQ(error.find("unhandled verb"), std::string::npos) << row.name << ": " << error;
+    // A refusal is a sentence of ours, never a library's text.
+    if (!r.ok) {
+      EXPECT_FALSE(error.empty()) << row.name;
+      EXPECT_EQ(error.find("exception"), std::string::npos) << row.name << ": " << error;
     }
   }
 }
 
-// Every row of the manifest is answered by exactly one handler, or is marked as
-// waiting for its part of the studio; a former spelling answers through its verb.
-TEST_F(OperatorServiceTest, EveryRowHasAHandlerOrWaitsForItsCapability) {
+// Every row of the manifest is answered by exactly one handler; a former spelling
+// answers through its verb.
+TEST_F(OperatorServiceTest, EveryRowHasItsHandler) {
   std::set<std::string> rows;
   for (const VerbSpec& row : OperatorManifest::verbs()) {
     rows.insert(row.name);
     const bool handled = service.hasHandler(row.name);
-    const bool waits = service.waitingFor(row.name).has_value();
     if (row.aliasOf) {
-      EXPECT_FALSE(handled || waits) << row.name << " is a former spelling and needs no registration";
-      EXPECT_TRUE(service.hasHandler(*row.aliasOf) || service.waitingFor(*row.aliasOf)) << row.name;
+      EXPECT_FALSE(handled) << row.name << " is a former spelling and needs no registration";
+      EXPECT_TRUE(service.hasHandler(*row.aliasOf)) << row.name;
     } else {
-      EXPECT_NE(handled, waits) << row.name << (handled ? " has a handler and waits" : " has neither");
+      EXPECT_TRUE(handled) << row.name << " has no handler";
     }
   }
   // Nothing is registered that the manifest does not list.
@@ -210,7 +200,7 @@ TEST_F(OperatorServiceTest, AVerbMarkedAsReportingChangesNothing) {
     return s.encode();
   };
   for (const VerbSpec& row : OperatorManifest::verbs()) {
-    if (row.mutating || laterWork(row)) continue;
+    if (row.mutating) continue;
     const std::string before = state();
     call(row.name);
     EXPECT_EQ(state(), before) << row.name << " is marked as reporting only, but changed the studio";
