@@ -91,7 +91,11 @@ bool Surfaces::beginPanel(const char* id, const std::string& title, double x, do
   registry_->openPanel(id, title, ElementRegistry::Frame{x, y, w, h});
   // Tiled panels stand on the cleared frame; one that floats over them brings its own ground.
   if (floating) ImGui::PushStyleColor(ImGuiCol_WindowBg, Theme::packed(theme_.raised));
-  const bool open = ImGui::Begin(id, nullptr, fixedPanel | (scroll ? 0 : ImGuiWindowFlags_NoScrollbar));
+  // A floating panel comes to the front when focused, so a sheet is never hidden under
+  // a tiled panel that happened to be made after it.
+  ImGuiWindowFlags flags = fixedPanel | (scroll ? 0 : ImGuiWindowFlags_NoScrollbar);
+  if (floating) flags &= ~ImGuiWindowFlags_NoBringToFrontOnFocus;
+  const bool open = ImGui::Begin(id, nullptr, flags);
   if (floating) ImGui::PopStyleColor();
   return open;
 }

@@ -133,7 +133,7 @@ TEST_F(WindowEndToEnd, TheEditPageListsItsLanesAndInspectorInsideTheWindowWithou
   EXPECT_EQ(width, 1232);
   EXPECT_EQ(height, 752);
   for (const char* id : {"lane.screen", "lane.zooms", "lane.voice", "lane.music", "lane.labels", "lane.voice.l1",
-                         "lane.zooms.empty", "inspector.production.title", "transport.play", "timeline.ruler",
+                         "lane.music.m1", "inspector.production.title", "transport.play", "timeline.ruler",
                          "monitor.picture", "nav.library"})
     EXPECT_EQ(all.count(id), 1u) << id;
   EXPECT_EQ(all.at("lane.voice.l1").panel, "timeline");
