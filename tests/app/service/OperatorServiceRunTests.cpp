@@ -4,6 +4,7 @@
 #include <asio/io_context.hpp>
 #include <asio/use_future.hpp>
 
+#include "ServiceRig.hpp"
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -22,14 +23,9 @@ using namespace std::chrono_literals;
 namespace {
 
 // The run verbs against a studio whose desktop is a FakePerformer.
-class RunVerbsTest : public ::testing::Test {
+class RunVerbsTest : public test::ServiceRig {
  protected:
-  RunVerbsTest()
-      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
-        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
-        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
-        service(store, [] {}) {
-    Scope::resetForTesting();
+  RunVerbsTest() {
     auto fake = std::make_unique<FakePerformer>();
     performer = fake.get();
     auto fakeAgents = std::make_unique<FakeAgentStep>(actor);
@@ -37,26 +33,8 @@ class RunVerbsTest : public ::testing::Test {
     service.useStage(std::make_unique<Stage>(actor, std::move(fake), std::move(fakeAgents), &actor));
   }
 
-  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    asio::io_context context;
-    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
-    context.run();
-    actor.drain();
-    return future.get();
-  }
-  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
-    return r.data.value_or(JSONValue());
-  }
-  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
-    return r.error.value_or("");
-  }
   void openWithScript(const std::string& script) {
-    data("project.create", {{"name", "Films"}});
-    data("recording.new", {{"title", "Sample"}});
+    openSample();
     data("blocking.set", {{"text", script}});
   }
   void play(std::chrono::milliseconds total) {
@@ -64,14 +42,6 @@ class RunVerbsTest : public ::testing::Test {
   }
   static std::string text(const JSONValue& v, const char* key) { return v[key]->stringValue().value_or("?"); }
 
-  test::TempDir tmp;
-  test::ScopedEnv support;
-  ManualMainActor actor;
-  MemoryPasteboard pasteboard;
-  FreedesktopTrash trash{tmp / "Trash"};
-  AppModel model;
-  AppStore store;
-  OperatorService service;
   FakePerformer* performer = nullptr;
   FakeAgentStep* agents = nullptr;
 };

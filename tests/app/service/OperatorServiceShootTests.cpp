@@ -4,6 +4,7 @@
 #include <asio/io_context.hpp>
 #include <asio/use_future.hpp>
 
+#include "ServiceRig.hpp"
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -23,14 +24,9 @@ using namespace std::chrono_literals;
 namespace {
 
 // The slate, the grants and the camera's feed, over a fake camera and a posed desktop.
-class ShootVerbsTest : public ::testing::Test {
+class ShootVerbsTest : public test::ServiceRig {
  protected:
-  ShootVerbsTest()
-      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
-        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
-        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
-        service(store, [] {}) {
-    Scope::resetForTesting();
+  ShootVerbsTest() {
     auto fake = std::make_unique<FakeRecorder>();
     camera = fake.get();
     service.useStage(std::make_unique<Stage>(actor, std::make_unique<FakePerformer>(),
@@ -39,42 +35,8 @@ class ShootVerbsTest : public ::testing::Test {
   }
   void pose(PosedPermissionsProbe::Pose p) { service.usePermissionsProbe(std::make_unique<PosedPermissionsProbe>(p)); }
 
-  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    asio::io_context context;
-    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
-    // Verbs that wait on the actor's lanes are pumped until they answer.
-    for (int i = 0; i < 1000 && future.wait_for(0s) != std::future_status::ready; ++i) {
-      context.poll();
-      context.restart();
-      actor.drain();
-    }
-    context.run();
-    actor.drain();
-    return future.get();
-  }
-  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
-    return r.data.value_or(JSONValue());
-  }
-  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
-    return r.error.value_or("");
-  }
   void open(const std::string& script) {
-    data("project.create", {{"name", "Films"}});
-    data("recording.new", {{"title", "Sample"}});
-    Recording rec = model.recording();
-    for (int i = 1; i <= 2; ++i) {
-      TimelineItem line("l" + std::to_string(i), ItemType::line);
-      line.text = "Line " + std::to_string(i) + ".";
-      line.start = i * 1.0;
-      line.hold = 0.5;
-      rec.timeline.push_back(line);
-    }
-    model.setRecording(rec);
-    actor.drain();
+    openSample(2);
     data("blocking.set", {{"text", script}});
   }
   void play(std::chrono::milliseconds total) {
@@ -87,14 +49,6 @@ class ShootVerbsTest : public ::testing::Test {
   }
   static std::string text(const JSONValue& v, const char* key) { return v[key]->stringValue().value_or("?"); }
 
-  test::TempDir tmp;
-  test::ScopedEnv support;
-  ManualMainActor actor;
-  MemoryPasteboard pasteboard;
-  FreedesktopTrash trash{tmp / "Trash"};
-  AppModel model;
-  AppStore store;
-  OperatorService service;
   FakeRecorder* camera = nullptr;
 };
 

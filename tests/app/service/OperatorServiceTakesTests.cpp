@@ -8,6 +8,7 @@
 #include <asio/io_context.hpp>
 #include <asio/use_future.hpp>
 
+#include "ServiceRig.hpp"
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -62,62 +63,13 @@ const JSONValue::Array& list(const JSONValue& v, std::string_view key) {
   return v[key] && v[key]->arrayValue() ? *v[key]->arrayValue() : none;
 }
 
-class TakesServiceTest : public ::testing::Test {
+class TakesServiceTest : public test::ServiceRig {
  protected:
-  TakesServiceTest()
-      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
-        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
-        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
-        service(store, [] {}) {
-    Scope::resetForTesting();
-  }
-
-  // Runs the verb to its answer, letting offloaded work and the main actor take turns
-  // as the worker pool and the actor would.
-  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    asio::io_context context;
-    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-      if (std::chrono::steady_clock::now() > limit) {
-        ADD_FAILURE() << verb << " never answered";
-        return OperatorResult::failure("never answered");
-      }
-      context.restart();
-      context.poll();
-      actor.drain();
-    }
-    actor.drain();
-    return future.get();
-  }
-  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
-    return r.error.value_or("");
-  }
-  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
-    return r.data.value_or(JSONValue());
-  }
-  void openBlank() {
-    data("project.create", {{"name", "Films"}});
-    data("recording.new", {{"title", "Sample"}});
-  }
+  void openBlank() { openSample(); }
   // A production with the suite's film imported and on the monitor, and two lines.
   void openWithFilm() {
     if (!media().made) GTEST_SKIP() << "ffmpeg is not installed (Debian package ffmpeg)";
-    openBlank();
-    Recording rec = model.recording();
-    for (int i = 1; i <= 2; ++i) {
-      TimelineItem line("l" + std::to_string(i), ItemType::line);
-      line.text = "Line " + std::to_string(i) + ".";
-      line.start = i * 1.0;
-      line.hold = 0.5;
-      rec.timeline.push_back(line);
-    }
-    model.setRecording(rec);
-    actor.drain();
+    openSample(2);
     take = str(data("import", {{"path", media().film.string()}}), "id");
   }
   std::vector<std::string> segmentIds() {
@@ -127,14 +79,6 @@ class TakesServiceTest : public ::testing::Test {
     return ids;
   }
 
-  test::TempDir tmp;
-  test::ScopedEnv support;
-  ManualMainActor actor;
-  MemoryPasteboard pasteboard;
-  FreedesktopTrash trash{tmp / "Trash"};
-  AppModel model;
-  AppStore store;
-  OperatorService service;
   std::string take;
 };
 

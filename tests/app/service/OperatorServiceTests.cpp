@@ -9,6 +9,7 @@
 #include <asio/use_awaitable.hpp>
 #include <asio/use_future.hpp>
 
+#include "ServiceRig.hpp"
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -35,70 +36,13 @@ void PrintTo(const JSONValue& v, std::ostream* os) { *os << v.encode(); }
 
 namespace {
 
-}  // namespace
-
-namespace {
-
-class OperatorServiceTest : public ::testing::Test {
+class OperatorServiceTest : public test::ServiceRig {
  protected:
-  OperatorServiceTest()
-      : support("TAVORIN_SUPPORT", (tmp / "support").string()),
-        model(actor, SessionStore(tmp / "support/session.json"), pasteboard),
-        store(model, Library(tmp / "root"), SessionStore(tmp / "support/session.json"), trash),
-        service(store, [this] { ++quits; }) {
-    Scope::resetForTesting();
-  }
-
-  OperatorResult call(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    asio::io_context context;
-    auto future = asio::co_spawn(context, service.handle(OperatorCommand{verb, std::move(args)}), asio::use_future);
-    // A verb that sent work off the actor holds the context until the actor drains
-    // and resumes it; the context runs only briefly between drains for that reason.
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    do {
-      context.restart();
-      context.run_for(std::chrono::milliseconds(5));
-      actor.drain();  // the turn ends
-    } while (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready &&
-             std::chrono::steady_clock::now() < until);
-    return future.get();
-  }
-  std::string error(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_FALSE(r.ok) << verb << " answered " << (r.data ? r.data->encode() : "nothing");
-    return r.error.value_or("");
-  }
-  JSONValue data(const std::string& verb, std::map<std::string, std::string> args = {}) {
-    const auto r = call(verb, std::move(args));
-    EXPECT_TRUE(r.ok) << verb << ": " << r.error.value_or("");
-    return r.data.value_or(JSONValue());
-  }
-  // A project with one production of three lines, open in the editor.
+  // A project with one production of three lines two seconds apart, saved.
   void openSample() {
-    data("project.create", {{"name", "Films"}});
-    data("recording.new", {{"title", "Sample"}});
-    Recording rec = model.recording();
-    for (int i = 1; i <= 3; ++i) {
-      TimelineItem line("l" + std::to_string(i), ItemType::line);
-      line.text = "Line " + std::to_string(i) + ".";
-      line.start = i * 2.0;
-      line.hold = 1.5;
-      rec.timeline.push_back(line);
-    }
-    model.setRecording(rec);
-    actor.drain();
+    ServiceRig::openSample(3, 2.0, 1.5);
     data("save");
   }
-
-  test::TempDir tmp;
-  test::ScopedEnv support;
-  ManualMainActor actor;
-  MemoryPasteboard pasteboard;
-  FreedesktopTrash trash{tmp / "Trash"};
-  AppModel model;
-  AppStore store;
-  OperatorService service;
-  int quits = 0;
 };
 
 }  // namespace
