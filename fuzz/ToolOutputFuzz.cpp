@@ -7,7 +7,7 @@
 
 #include "kit/FetchPlan.hpp"
 #include "kit/PublishRequest.hpp"
-#include "kit/Tail.hpp"
+#include "kit/OutputTail.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace tavorin;
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string last = lastMeaningfulLine(text);
   if (last.size() > text.size()) std::abort();
   if (perceivedLength(text) > text.size()) std::abort();
-  Tail tail;
+  OutputTail tail;
   tail.append(text);
   tail.append(text);
   if (tail.text().size() > 8000) std::abort();

@@ -6,7 +6,7 @@
 #include "kit/FetchPlan.hpp"
 #include "kit/PublishRequest.hpp"
 #include "kit/Revision.hpp"
-#include "kit/Tail.hpp"
+#include "kit/OutputTail.hpp"
 #include "kit/YouTubeDocuments.hpp"
 
 using namespace tavorin;
@@ -157,14 +157,14 @@ TEST(Revision, OnlyARecordingOfTheSameIdIsTaken) {
             "the reply was JSON but not a recording, so nothing was changed");
 }
 
-TEST(Tail, KeepsTheEndOnceItGrowsPast8000) {
-  Tail tail;
+TEST(OutputTail, KeepsTheEndOnceItGrowsPast8000) {
+  OutputTail tail;
   tail.append(std::string(8000, 'a'));
   EXPECT_EQ(tail.text().size(), 8000u);
   tail.append("b");
   EXPECT_EQ(tail.text(), std::string(3999, 'a') + "b");
 
-  Tail shared;
+  OutputTail shared;
   std::thread other([&] {
     for (int i = 0; i < 2000; ++i) shared.append("xyz\n");
   });

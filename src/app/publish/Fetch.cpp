@@ -3,7 +3,7 @@
 #include "app/export/ChildProcess.hpp"
 #include "app/publish/ToolLocation.hpp"
 #include "kit/FetchPlan.hpp"
-#include "kit/Tail.hpp"
+#include "kit/OutputTail.hpp"
 
 namespace tavorin {
 
@@ -35,7 +35,7 @@ void Fetch::start(const std::string& url, const std::filesystem::path& folder, s
   if (ec) throw FetchError::launchFailed("could not make " + folder.string() + ": " + ec.message());
 
   const unsigned run = ++run_;
-  auto tail = std::make_shared<Tail>();
+  auto tail = std::make_shared<OutputTail>();
   auto moved = lifetime_.guard([this, run](double fraction) {
     if (run == run_ && phase_ == Phase::fetching) progress_ = std::max(progress_, fraction);
   });

@@ -7,7 +7,7 @@
 #include "base/Text.hpp"
 #include "kit/Agents.hpp"
 #include "kit/Revision.hpp"
-#include "kit/Tail.hpp"
+#include "kit/OutputTail.hpp"
 
 extern char** environ;
 
@@ -59,8 +59,8 @@ void Revise::start(const Recording& recording, const std::filesystem::path& dir,
 
   const std::string prompt = Revision::prompt(recording, asked);
   const unsigned run = ++run_;
-  auto out = std::make_shared<Tail>();
-  auto err = std::make_shared<Tail>();
+  auto out = std::make_shared<OutputTail>();
+  auto err = std::make_shared<OutputTail>();
   // The whole reply is needed, not its tail: stdout is kept in full on the reader thread
   // and handed over once, at the end.
   auto reply = std::make_shared<std::string>();

@@ -13,7 +13,7 @@
 namespace tavorin {
 
 class ChildProcess;
-class Tail;
+class OutputTail;
 
 // One revision at a time: `claude` is handed the production and the change asked for,
 // and only a reply that reads as this same production reaches `then`. Lives on the

@@ -1,4 +1,4 @@
-#include "kit/Tail.hpp"
+#include "kit/OutputTail.hpp"
 
 #include <cctype>
 
@@ -6,13 +6,13 @@
 
 namespace tavorin {
 
-void Tail::append(std::string_view s) {
+void OutputTail::append(std::string_view s) {
   std::lock_guard guard(lock_);
   text_.append(s);
   if (text_.size() >= 8001) text_.erase(0, text_.size() - 4000);
 }
 
-std::string Tail::text() const {
+std::string OutputTail::text() const {
   std::lock_guard guard(lock_);
   return text_;
 }

@@ -8,7 +8,7 @@ namespace tavorin {
 // The end of a child program's output, fed from its pipe threads and read on the
 // main actor. The end is the part that says what went wrong, so the buffer keeps
 // the last 4000 characters once it reaches 8001.
-class Tail {
+class OutputTail {
  public:
   void append(std::string_view s);
   std::string text() const;
