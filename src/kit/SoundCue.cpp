@@ -5,17 +5,17 @@
 
 namespace tavorin {
 
-double SoundCueSpec::seconds() const {
+double SoundCueCard::seconds() const {
   if (notes.empty()) return 0;
   return static_cast<double>(notes.size()) * noteSeconds + static_cast<double>(notes.size() - 1) * gap;
 }
 
 namespace SoundCues {
 
-const std::vector<SoundCueSpec>& all() {
+const std::vector<SoundCueCard>& all() {
   // Rising for what finished well, falling for what went wrong or stopped, so each can
   // be told apart without looking.
-  static const std::vector<SoundCueSpec> set = {
+  static const std::vector<SoundCueCard> set = {
       {SoundCue::done, "done", "the render queue drained and every line landed", {523.25, 659.26, 783.99},
        {"C5", "E5", "G5"}, 0.09, 0.03, "rising"},
       {SoundCue::failed, "failed", "a render, export or revision failed", {440.00, 349.23}, {"A4", "F4"}, 0.16, 0.05,
@@ -28,7 +28,7 @@ const std::vector<SoundCueSpec>& all() {
   return set;
 }
 
-const SoundCueSpec& spec(SoundCue cue) { return all().at(static_cast<std::size_t>(cue) - 1); }
+const SoundCueCard& card(SoundCue cue) { return all().at(static_cast<std::size_t>(cue) - 1); }
 
 std::optional<SoundCue> named(std::string_view word) {
   for (const auto& s : all()) {
@@ -38,7 +38,7 @@ std::optional<SoundCue> named(std::string_view word) {
 }
 
 std::vector<float> synthesize(SoundCue cue, int sampleRate) {
-  const SoundCueSpec& s = spec(cue);
+  const SoundCueCard& s = card(cue);
   const auto frames = [&](double seconds) { return static_cast<std::size_t>(std::lround(seconds * sampleRate)); };
   const std::size_t noteFrames = frames(s.noteSeconds);
   const std::size_t gapFrames = frames(s.gap);

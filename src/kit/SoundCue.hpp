@@ -10,7 +10,7 @@ namespace tavorin {
 // numbers are fixed, because the shoot and the queue name cues by number.
 enum class SoundCue { done = 1, failed = 2, rolling = 3, cut = 4, exported = 5 };
 
-struct SoundCueSpec {
+struct SoundCueCard {
   SoundCue cue;
   std::string name;
   std::string meaning;         // when it sounds, in the user's words
@@ -24,8 +24,8 @@ struct SoundCueSpec {
 };
 
 namespace SoundCues {
-const std::vector<SoundCueSpec>& all();
-const SoundCueSpec& spec(SoundCue cue);
+const std::vector<SoundCueCard>& all();
+const SoundCueCard& card(SoundCue cue);
 // By name ("done", "failed", ...) or number ("1" to "5").
 std::optional<SoundCue> named(std::string_view word);
 // The cue as mono samples at `sampleRate`: soft sine notes with short ramps so nothing

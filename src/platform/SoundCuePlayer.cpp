@@ -21,12 +21,12 @@ void SoundCuePlayer::play(SoundCue cue) {
   const int channels = output_->channels();
   const std::vector<float> mono = SoundCues::synthesize(cue, rate);
   Playback::Source source;
-  source.id = SoundCues::spec(cue).name;
+  source.id = SoundCues::card(cue).name;
   source.samples.reserve(mono.size() * static_cast<std::size_t>(channels));
   for (float x : mono) source.samples.insert(source.samples.end(), static_cast<std::size_t>(channels), x);
   auto program = std::make_shared<Playback::Program>();
   program->sources.push_back(std::move(source));
-  program->length = SoundCues::spec(cue).seconds();
+  program->length = SoundCues::card(cue).seconds();
   program->sampleRate = rate;
   program->channels = channels;
   playback_->play(std::move(program));

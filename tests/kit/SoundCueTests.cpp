@@ -21,26 +21,26 @@ int upwardCrossings(const std::vector<float>& x, std::size_t from, std::size_t t
 
 TEST(SoundCue, EachCueIsItsNotesAtTheirPitchWithQuietEdgesThatDoNotClick) {
   constexpr int rate = 48000;
-  for (const auto& spec : SoundCues::all()) {
-    const auto x = SoundCues::synthesize(spec.cue, rate);
-    EXPECT_NEAR(static_cast<double>(x.size()) / rate, spec.seconds(), 1.0 / rate * spec.notes.size()) << spec.name;
+  for (const auto& card : SoundCues::all()) {
+    const auto x = SoundCues::synthesize(card.cue, rate);
+    EXPECT_NEAR(static_cast<double>(x.size()) / rate, card.seconds(), 1.0 / rate * card.notes.size()) << card.name;
     const float peak = *std::max_element(x.begin(), x.end(), [](float a, float b) { return std::abs(a) < std::abs(b); });
-    EXPECT_LE(std::abs(peak), 0.2f) << spec.name;  // under narration, never over it
-    EXPECT_EQ(x.front(), 0.0f) << spec.name;
-    EXPECT_LT(std::abs(x.back()), 0.01f) << spec.name;
+    EXPECT_LE(std::abs(peak), 0.2f) << card.name;  // under narration, never over it
+    EXPECT_EQ(x.front(), 0.0f) << card.name;
+    EXPECT_LT(std::abs(x.back()), 0.01f) << card.name;
 
     // Each note, measured in the middle of its own stretch, has the pitch its name says.
-    const auto noteFrames = static_cast<std::size_t>(std::lround(spec.noteSeconds * rate));
-    const auto gapFrames = static_cast<std::size_t>(std::lround(spec.gap * rate));
-    for (std::size_t n = 0; n < spec.notes.size(); ++n) {
+    const auto noteFrames = static_cast<std::size_t>(std::lround(card.noteSeconds * rate));
+    const auto gapFrames = static_cast<std::size_t>(std::lround(card.gap * rate));
+    for (std::size_t n = 0; n < card.notes.size(); ++n) {
       const std::size_t begin = n * (noteFrames + gapFrames);
-      const double measured = upwardCrossings(x, begin, begin + noteFrames) / spec.noteSeconds;
-      EXPECT_NEAR(measured, spec.notes[n], spec.notes[n] * 0.03) << spec.name << " note " << n;
+      const double measured = upwardCrossings(x, begin, begin + noteFrames) / card.noteSeconds;
+      EXPECT_NEAR(measured, card.notes[n], card.notes[n] * 0.03) << card.name << " note " << n;
     }
-    if (spec.direction == "rising") {
-      EXPECT_LT(spec.notes.front(), spec.notes.back()) << spec.name;
-    } else if (spec.direction == "falling") {
-      EXPECT_GT(spec.notes.front(), spec.notes.back()) << spec.name;
+    if (card.direction == "rising") {
+      EXPECT_LT(card.notes.front(), card.notes.back()) << card.name;
+    } else if (card.direction == "falling") {
+      EXPECT_GT(card.notes.front(), card.notes.back()) << card.name;
     }
   }
 }

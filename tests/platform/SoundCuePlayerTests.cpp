@@ -38,7 +38,7 @@ TEST(SoundCuePlayer, OpensItsOutputOnTheFirstCueAndSoundsTheCueWhole) {
   ASSERT_FALSE(loud.empty());
   // It starts one lead in and lasts the cue's length, give or take its soft edges.
   EXPECT_NEAR(loud.front() / 48000.0, Playback::lead, 0.01);
-  EXPECT_NEAR((loud.back() - loud.front()) / 48000.0, SoundCues::spec(SoundCue::rolling).seconds(), 0.02);
+  EXPECT_NEAR((loud.back() - loud.front()) / 48000.0, SoundCues::card(SoundCue::rolling).seconds(), 0.02);
   for (std::size_t i = 0; i < mix.size(); i += 2) ASSERT_EQ(mix[i], mix[i + 1]);  // the same on both sides
 
   // A second cue takes the same output, and only it sounds.
@@ -46,5 +46,5 @@ TEST(SoundCuePlayer, OpensItsOutputOnTheFirstCueAndSoundsTheCueWhole) {
   EXPECT_EQ(opened, 1);
   const auto next = audible(output->pull(48000), 2);
   ASSERT_FALSE(next.empty());
-  EXPECT_NEAR((next.back() - next.front()) / 48000.0, SoundCues::spec(SoundCue::done).seconds(), 0.02);
+  EXPECT_NEAR((next.back() - next.front()) / 48000.0, SoundCues::card(SoundCue::done).seconds(), 0.02);
 }

@@ -699,6 +699,8 @@ class AppModel {
   std::set<TimelineGeometry::Lane> mutedLanes_;
   mutable std::optional<std::set<TimelineGeometry::Lane>> hiddenLanes_;
   mutable std::optional<bool> soundMuted_;
+  // Writes one key of the user's defaults off the actor; a failure is noted with `failureWords`.
+  void saveDefault(const std::string& key, bool value, const std::string& failureWords);
   bool soundHeld_ = SoundCues::heldByHarness(std::getenv("TAVORIN_SILENT"), std::getenv("TAVORIN_SNAPSHOT"));
   bool fitted_ = false;
   void landTake(const Take& take, const std::string& summary);

@@ -16,7 +16,7 @@ bool AppModel::sound(SoundCue cue) {
     return true;
   } catch (const std::exception& e) {
     // A sound is a courtesy: a missing device must never stop what it marks.
-    note("sound cue " + SoundCues::spec(cue).name + " did not play: " + e.what());
+    note("sound cue " + SoundCues::card(cue).name + " did not play: " + e.what());
     return false;
   }
 }
@@ -30,13 +30,18 @@ void AppModel::setSoundMuted(bool muted) {
   if (soundMuted() == muted) return;
   soundMuted_ = muted;
   note(muted ? "sound cues muted" : "sound cues on");
-  offloader_.offload([file = UserDefaults::standard().file(), muted] { UserDefaults(file).set(mutedKey, muted); },
-                     alive_.guard([this](std::exception_ptr failed) {
+  saveDefault(mutedKey, muted, "the mute is kept for this launch only: ");
+}
+
+void AppModel::saveDefault(const std::string& key, bool value, const std::string& failureWords) {
+  // The defaults file is the user's; a failed write leaves the choice for this launch only.
+  offloader_.offload([file = UserDefaults::standard().file(), key, value] { UserDefaults(file).set(key, value); },
+                     alive_.guard([this, failureWords](std::exception_ptr failed) {
                        if (!failed) return;
                        try {
                          std::rethrow_exception(failed);
                        } catch (const std::exception& e) {
-                         note(std::string("the mute is kept for this launch only: ") + e.what());
+                         note(failureWords + e.what());
                        }
                      }));
 }

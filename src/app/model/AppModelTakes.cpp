@@ -320,18 +320,7 @@ void AppModel::setLaneHidden(Lane lane, bool hidden) {
   else lanes.erase(lane);
   hiddenLanes_ = lanes;
   note((hidden ? "hid the " : "showed the ") + TimelineGeometry::name(lane) + " lane");
-  // The defaults file is the user's; a failed write leaves the choice for this launch only.
-  offloader_.offload([file = UserDefaults::standard().file(), key = hiddenKey(lane), hidden] {
-                       UserDefaults(file).set(key, hidden);
-                     },
-                     alive_.guard([this](std::exception_ptr failed) {
-                       if (!failed) return;
-                       try {
-                         std::rethrow_exception(failed);
-                       } catch (const std::exception& e) {
-                         note(std::string("the hidden lanes did not save: ") + e.what());
-                       }
-                     }));
+  saveDefault(hiddenKey(lane), hidden, "the hidden lanes did not save: ");
 }
 
 void AppModel::showAllLanes() {

@@ -9,7 +9,7 @@ namespace tavorin {
 
 namespace {
 
-std::string timing(const SoundCueSpec& s) {
+std::string timing(const SoundCueCard& s) {
   const auto ms = [](double seconds) { return std::to_string(static_cast<int>(seconds * 1000 + 0.5)) + " ms"; };
   std::string out = std::to_string(s.notes.size()) + (s.notes.size() == 1 ? " note of " : " notes of ") + ms(s.noteSeconds);
   if (s.notes.size() > 1) out += ", " + ms(s.gap) + " apart";
@@ -42,7 +42,7 @@ JSONValue OperatorService::soundReport(std::optional<SoundCue> played, bool soun
   answer.set("held", m.soundHeld());
   answer.set("cues", JSONValue(std::move(cues)));
   if (!played) return answer;
-  answer.set("played", SoundCues::spec(*played).name);
+  answer.set("played", SoundCues::card(*played).name);
   answer.set("sounded", sounded);
   if (sounded) answer.set("silentBecause", nullptr);
   else
