@@ -57,6 +57,19 @@ double TimelineGeometry::blockHeight(Lane lane) {
   return 0;
 }
 
+std::string TimelineGeometry::title(Lane lane) {
+  switch (lane) {
+    case Lane::ruler: return "Time";
+    case Lane::screen: return "Video";
+    case Lane::zooms: return "Zooms";
+    case Lane::actions: return "Actions";
+    case Lane::voice: return "Audio";
+    case Lane::music: return "Music";
+    case Lane::labels: return "Labels";
+  }
+  return "";
+}
+
 std::string TimelineGeometry::name(Lane lane) {
   switch (lane) {
     case Lane::ruler: return "ruler";

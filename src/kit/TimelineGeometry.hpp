@@ -70,6 +70,8 @@ class TimelineGeometry {
   static double blockHeight(Lane lane);
   static double step(Lane lane) { return blockHeight(lane) + gap; }
   static std::string name(Lane lane);
+  // The lane's title on its rail, as a user reads it.
+  static std::string title(Lane lane);
   static std::optional<Lane> parseLane(std::string_view text);
 
   double height() const;

@@ -50,18 +50,6 @@ const Theme::Colour& laneColour(const Theme& t, Lane lane) {
   return t.quiet;
 }
 
-std::string laneTitle(Lane lane) {
-  switch (lane) {
-    case Lane::ruler: return "Time";
-    case Lane::screen: return "Video";
-    case Lane::zooms: return "Zooms";
-    case Lane::actions: return "Actions";
-    case Lane::voice: return "Audio";
-    case Lane::music: return "Music";
-    case Lane::labels: return "Labels";
-  }
-  return "";
-}
 
 const TimelineItem* itemNamed(const Recording& r, const std::string& id) {
   for (const auto& i : r.timeline)
@@ -483,7 +471,7 @@ void Surfaces::drawTimeline(double x, double y, double w, double h) {
   for (Lane lane : g.lanes) {
     const double top = *g.top(lane);
     ImGui::SetCursorScreenPos(ImVec2(origin.x, origin.y + float(top)));
-    const std::string title = laneTitle(lane);
+    const std::string title = TimelineGeometry::title(lane);
     const bool hideable = lane != Lane::ruler;
     ImGui::BeginDisabled(!hideable);
     if (ImGui::InvisibleButton(("##lane." + TimelineGeometry::name(lane)).c_str(),

@@ -21,18 +21,6 @@ constexpr double railWidth = 120;
 // The canvas a fit sizes the production to: the default window less the rail.
 constexpr double canvasWidth = 1440 - railWidth;
 
-const char* title(Lane lane) {
-  switch (lane) {
-    case Lane::ruler: return "Time";
-    case Lane::screen: return "Video";
-    case Lane::zooms: return "Zooms";
-    case Lane::actions: return "Actions";
-    case Lane::voice: return "Audio";
-    case Lane::music: return "Music";
-    case Lane::labels: return "Labels";
-  }
-  return "";
-}
 
 // What one block of a lane is called, for the rail's counts.
 const char* unit(Lane lane) {
@@ -125,7 +113,7 @@ JSONValue OperatorService::timelineInfo() const {
   JSONValue::Object heights, titles, units;
   for (Lane l : g.lanes) {
     heights.emplace(TimelineGeometry::name(l), TimelineGeometry::blockHeight(l));
-    titles.emplace(TimelineGeometry::name(l), title(l));
+    titles.emplace(TimelineGeometry::name(l), TimelineGeometry::title(l));
     units.emplace(TimelineGeometry::name(l), unit(l));
   }
   const auto take = m.monitorTake();
