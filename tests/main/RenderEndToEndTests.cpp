@@ -24,8 +24,7 @@ class RenderEndToEnd : public test::StudioFixture {
   void SetUp() override { startStudio(); }
   // The demo, cast with tavorin-speech's one character.
   void castTheDemo(const test::SpeechServerProcess& speech) {
-    ok({"project.open", "name=demo"});
-    ok({"recording.open", "slug=halden-demo"});
+    openDemo();
     ok({"voice.local.set", "url=" + speech.url()});
     ok({"edit", "id=production", "field=driver", "value=local"});
     ok({"voice.check"});

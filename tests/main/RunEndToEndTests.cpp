@@ -24,8 +24,7 @@ class RunEndToEnd : public test::StudioFixture {
     if (display.missing()) GTEST_SKIP() << *display.missing();
     startStudio({"DISPLAY=" + display.name()});
     // A first launch seeded the demo; open it.
-    ok({"project.open", "name=demo"});
-    ok({"recording.open", "slug=halden-demo"});
+    openDemo();
   }
   // Polls run.status until it stops running; the last report.
   JSONValue waitForEnd(std::chrono::seconds limit) {

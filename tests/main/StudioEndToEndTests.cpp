@@ -109,8 +109,7 @@ TEST_F(StudioEndToEnd, QuitAnswersAndThenTheConnectionEnds) {
 
 TEST_F(StudioEndToEnd, TheDemoStageScriptThroughTavorinctl) {
   // A first launch seeded the demo; open it.
-  ok({"project.open", "name=demo"});
-  ok({"recording.open", "slug=halden-demo"});
+  openDemo();
   const fs::path stage = dir / "root/demo/recordings/halden-demo/blocking.stage";
   const std::string original = test::readFile(stage);
   EXPECT_EQ(str(ok({"blocking"}), "text"), original);
@@ -198,8 +197,7 @@ TEST_F(StudioEndToEnd, ABedPlaysUnderTheTransport) {
 
 TEST_F(StudioEndToEnd, TheVoiceThroughTavorinctl) {
   test::SpeechServerProcess speech;
-  ok({"project.open", "name=demo"});
-  ok({"recording.open", "slug=halden-demo"});
+  openDemo();
 
   // Point the local engine at tavorin-speech and cast the production with it.
   EXPECT_EQ(ctl({"voice.local.set", "url=ftp://x"}).rc, 1);

@@ -46,6 +46,11 @@ class StudioFixture : public ::testing::Test {
     }
   }
   void TearDown() override { kill(SIGTERM); }
+  // The demo a first launch seeds, open in the editor.
+  void openDemo() {
+    ok({"project.open", "name=demo"});
+    ok({"recording.open", "slug=halden-demo"});
+  }
 
   Reply ctl(std::vector<std::string> args) {
     auto s = spawn(programs() / "tavorinctl", args, env, dir.path());

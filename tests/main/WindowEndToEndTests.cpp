@@ -74,8 +74,7 @@ class WindowEndToEnd : public test::StudioFixture {
   void SetUp() override {
     if (display.missing()) GTEST_SKIP() << *display.missing();
     startStudio({"DISPLAY=" + display.name()});
-    ok({"project.open", "name=demo"});
-    ok({"recording.open", "slug=halden-demo"});
+    openDemo();
     ok({"nav", "route=edit"});
   }
   // Every control of the last frame, by id, with its panel.

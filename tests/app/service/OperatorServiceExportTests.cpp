@@ -10,6 +10,7 @@
 #include <asio/io_context.hpp>
 #include <asio/use_future.hpp>
 
+#include "PumpedActor.hpp"
 #include "TestSupport.hpp"
 #include "app/export/Exporter.hpp"
 #include "app/model/AppStore.hpp"
@@ -25,40 +26,6 @@ using namespace tavorin;
 namespace fs = std::filesystem;
 
 namespace {
-
-// Where the exporter's child threads post: the test pumps it on the model's thread,
-// so what they post runs where the model lives, at a point the test chooses.
-class PumpedActor final : public MainActor {
- public:
-  void post(std::function<void()> work) override {
-    std::lock_guard guard(lock_);
-    queue_.push_back(std::move(work));
-    ready_.notify_one();
-  }
-  std::shared_ptr<Timer> after(Clock::duration, std::function<void()>) override {
-    throw std::logic_error("the exporter sets no timers");
-  }
-  Clock::time_point now() const override { return Clock::now(); }
-
-  // Runs posted work until `done` holds; false when a minute passes first.
-  bool pumpUntil(const std::function<bool()>& done) {
-    const auto deadline = Clock::now() + std::chrono::seconds(60);
-    while (!done()) {
-      std::unique_lock guard(lock_);
-      if (!ready_.wait_until(guard, deadline, [&] { return !queue_.empty(); })) return false;
-      auto work = std::move(queue_.front());
-      queue_.pop_front();
-      guard.unlock();
-      work();
-    }
-    return true;
-  }
-
- private:
-  std::mutex lock_;
-  std::condition_variable ready_;
-  std::deque<std::function<void()>> queue_;
-};
 
 std::string quoted(const std::string& s) {
   std::string out = "'";
@@ -153,7 +120,9 @@ class OperatorServiceExportTest : public ::testing::Test {
   test::TempDir tmp;
   test::ScopedEnv support;
   ManualMainActor actor;
-  PumpedActor pumped;
+  // Where the exporter's child threads post: the test pumps it on the model's thread,
+  // so what they post runs where the model lives, at a point the test chooses.
+  test::PumpedActor pumped;
   MemoryPasteboard pasteboard;
   FreedesktopTrash trash{tmp / "Trash"};
   AppModel model;
