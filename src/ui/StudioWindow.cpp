@@ -17,8 +17,10 @@
 #include <GL/glext.h>
 
 #include "app/model/AppStore.hpp"
+#include "base/LifetimeToken.hpp"
 #include "base/Text.hpp"
 #include "ui/FramePacer.hpp"
+#include "ui/MonitorPicture.hpp"
 #include "ui/PngFile.hpp"
 #include "ui/Surfaces.hpp"
 #include "ui/X11Connection.hpp"
@@ -71,6 +73,9 @@ struct StudioWindow::Impl {
   std::size_t ownWakeups = 0;
   bool closing = false;
   bool watching = false;
+  // The monitor's film and its texture; made once the GL context is, gone before it.
+  std::unique_ptr<MonitorPicture> picture;
+  LifetimeToken alive;
 
   void watchDisplay();
   bool pumpEvents(const std::function<void()>& close);
@@ -126,6 +131,12 @@ StudioWindow::StudioWindow(asio::io_context& context, AppStore& store)
   impl_->surfaces.theme().loadFaces();
   ImGui_ImplSDL2_InitForOpenGL(impl_->window, impl_->gl);
   ImGui_ImplOpenGL3_Init("#version 130");
+  // A frame decoded for the monitor wakes the loop for one frame: a still playhead
+  // costs nothing once its picture is in, and a playing one draws each new picture.
+  auto drawOne = impl_->alive.guard([s = impl_.get()] { s->pacer.request(1); });
+  impl_->picture = std::make_unique<MonitorPicture>(
+      [&context, drawOne] { asio::post(context, [drawOne]() mutable { drawOne(); }); });
+  impl_->surfaces.setMonitorFeed(impl_->picture.get());
   impl_->pacer.request(2);
 }
 
@@ -134,6 +145,9 @@ StudioWindow::~StudioWindow() {
     // The descriptor is the X connection's own; it is closed by SDL, not here.
     impl_->display->release();
   }
+  // The decoder stops and the texture goes while the GL context still stands.
+  impl_->surfaces.setMonitorFeed(nullptr);
+  impl_->picture.reset();
   ImGui_ImplOpenGL3_Shutdown();
   ImGui_ImplSDL2_Shutdown();
   ImGui::DestroyContext(impl_->imgui);

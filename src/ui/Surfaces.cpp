@@ -12,8 +12,10 @@
 #include "app/model/AppStore.hpp"
 #include "app/model/Scope.hpp"
 #include "kit/BlockingLexer.hpp"
+#include "kit/Cut.hpp"
 #include "kit/Looks.hpp"
 #include "kit/Subtitles.hpp"
+#include "kit/TakesStore.hpp"
 #include "kit/Zooms.hpp"
 
 namespace tavorin {
@@ -258,24 +260,55 @@ void Surfaces::drawMonitor(double x, double y, double w, double h) {
   beginPanel("monitor", "Program monitor", x, y, w, h);
   ImDrawList* dl = ImGui::GetWindowDrawList();
   const Recording& rec = model_.recording();
-  // The picture's frame at 16:9 inside the panel; the look and the captions are placed
-  // by the same functions the export burns with.
+  const AppModel::Viewer viewer = model_.viewer();
+  // The take's film and the time in the file under the playhead: the film's time
+  // through the cut, after the slate, as the export trims it.
+  std::optional<std::filesystem::path> film;
+  double fileSeconds = 0;
+  if (feed_ && viewer == AppModel::Viewer::take && model_.baseDir()) {
+    if (const auto take = model_.monitorTake()) {
+      film = TakesStore(*model_.baseDir()).video(*take);
+      const auto placed = Cut::placed(rec, take->footage());
+      fileSeconds = take->pads.slate + Cut::sourceTime(model_.playhead(), placed).value_or(0);
+    }
+  }
+  if (feed_ && !film) feed_->release();
+  // The picture's frame inside the panel, in the film's shape once the film has said
+  // it (16:9 until then); the look and the captions are placed by the same functions
+  // the export burns with.
+  const double aspect = film && filmAspect_ > 0 ? filmAspect_ : 16.0 / 9.0;
   const double pad = 16;
-  double fw = w - 2 * pad, fh = fw * 9 / 16;
+  double fw = w - 2 * pad, fh = fw / aspect;
   if (fh > h - 2 * pad) {
     fh = h - 2 * pad;
-    fw = fh * 16 / 9;
+    fw = fh * aspect;
   }
   const double fx = x + (w - fw) / 2, fy = y + (h - fh) / 2;
   ImGui::SetCursorScreenPos(ImVec2(static_cast<float>(fx), static_cast<float>(fy)));
   ImGui::InvisibleButton("##monitor.picture", ImVec2(static_cast<float>(fw), static_cast<float>(fh)));
+  const auto in = Looks::inset(fw, fh, rec.look);
+  std::optional<MonitorFeed::Image> image;
+  std::optional<std::string> unreadable;
+  if (film) {
+    // Decoded as large as the zoom in force shows it, so a close-up stays sharp; the
+    // size moves only when a zoom begins or ends, never with its easing.
+    const Zoom* zoom = Zooms::active(model_.playhead(), rec);
+    const double closer = zoom ? Zooms::clampScale(zoom->scale) : 1;
+    const int dw = std::clamp(int(std::lround(in.width * closer)), 2, 3840);
+    const int dh = std::clamp(int(std::lround(in.height * closer)), 2, 2160);
+    image = feed_->show(*film, fileSeconds, dw, dh);
+    unreadable = feed_->failure();
+    if (image && image->filmWidth > 0 && image->filmHeight > 0)
+      filmAspect_ = double(image->filmWidth) / double(image->filmHeight);
+  }
   const char* says = "";
-  switch (model_.viewer()) {
+  switch (viewer) {
     case AppModel::Viewer::empty: says = "No take yet: record one, or import a film."; break;
     case AppModel::Viewer::still: says = "A still on the monitor."; break;
     case AppModel::Viewer::take: says = "The take, with the cut, zooms and look applied."; break;
     case AppModel::Viewer::missing: says = "The take's film is gone from takes/."; break;
   }
+  if (unreadable) says = unreadable->c_str();
   note("monitor.picture", "monitor", says, "The program monitor: what the export will show at the playhead.");
   const bool lookOn = Looks::isOn(rec.look);
   ImU32 ground = Theme::packed(theme_.ground);
@@ -288,20 +321,28 @@ void Surfaces::drawMonitor(double x, double y, double w, double h) {
   }
   // Without a look the picture fills the frame, and the ground would be painted for nothing.
   if (lookOn) dl->AddRectFilled(ImVec2(float(fx), float(fy)), ImVec2(float(fx + fw), float(fy + fh)), ground);
-  const auto in = Looks::inset(fw, fh, rec.look);
-  const float corner = static_cast<float>(Looks::corner(fw, fh, rec.look));
+  // The corner of the picture itself, as the export's mask rounds it.
+  const float corner = static_cast<float>(Looks::corner(in.width, in.height, rec.look));
   const ImVec2 pa(float(fx + in.x), float(fy + in.y)), pb(float(fx + in.x + in.width), float(fy + in.y + in.height));
   if (lookOn && Looks::shadow(rec.look))
     dl->AddRectFilled(ImVec2(pa.x + 4, pa.y + 6), ImVec2(pb.x + 4, pb.y + 6), IM_COL32(0, 0, 0, 90), corner);
-  dl->AddRectFilled(pa, pb, Theme::packed(theme_.raised), corner);
-  dl->AddText(ImVec2(pa.x + 14, pa.y + 12), Theme::packed(theme_.quiet), says);
-  // The zoom in force at the playhead, as the frame it crops, by the export's own reading.
+  // The zoom in force at the playhead, by the export's own reading: the part of the
+  // picture the export's zoompan keeps.
   const Zooms::Frame zf = Zooms::frame(model_.playhead(), rec);
-  if (zf.scale > 1.0001) {
-    const double cw = in.width / zf.scale, ch = in.height / zf.scale;
-    const double cx = fx + in.x + std::clamp(zf.x * in.width - cw / 2, 0.0, in.width - cw);
-    const double cy = fy + in.y + std::clamp(zf.y * in.height - ch / 2, 0.0, in.height - ch);
-    dl->AddRect(ImVec2(float(cx), float(cy)), ImVec2(float(cx + cw), float(cy + ch)), Theme::packed(theme_.zooms), 0, 0, 2);
+  if (image) {
+    const double half = 0.5 / zf.scale;
+    dl->AddImageRounded(image->texture, pa, pb, ImVec2(float(zf.x - half), float(zf.y - half)),
+                        ImVec2(float(zf.x + half), float(zf.y + half)), IM_COL32_WHITE, corner);
+  } else {
+    dl->AddRectFilled(pa, pb, Theme::packed(theme_.raised), corner);
+    dl->AddText(ImVec2(pa.x + 14, pa.y + 12), Theme::packed(theme_.quiet), says);
+    // With no picture to close in on, the crop it would take is outlined instead.
+    if (zf.scale > 1.0001) {
+      const double cw = in.width / zf.scale, ch = in.height / zf.scale;
+      const double cx = fx + in.x + std::clamp(zf.x * in.width - cw / 2, 0.0, in.width - cw);
+      const double cy = fy + in.y + std::clamp(zf.y * in.height - ch / 2, 0.0, in.height - ch);
+      dl->AddRect(ImVec2(float(cx), float(cy)), ImVec2(float(cx + cw), float(cy + ch)), Theme::packed(theme_.zooms), 0, 0, 2);
+    }
   }
   // The line spoken at the playhead, where the burned caption sits.
   if (Subtitles::burns(rec.subtitles)) {

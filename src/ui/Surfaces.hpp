@@ -5,6 +5,7 @@
 
 #include "kit/TimelineGeometry.hpp"
 #include "ui/ElementRegistry.hpp"
+#include "ui/MonitorFeed.hpp"
 #include "ui/Theme.hpp"
 
 namespace tavorin {
@@ -30,6 +31,8 @@ class Surfaces {
   bool shortcut(Key key, bool typing);
 
   Theme& theme() { return theme_; }
+  // The monitor's picture; without one the monitor says what it would show.
+  void setMonitorFeed(MonitorFeed* feed) { feed_ = feed; }
 
  private:
   void drawTopBar(double width);
@@ -78,6 +81,9 @@ class Surfaces {
   std::string lastFailure_;
   // The timeline's geometry, made once at the start of an edit page's frame.
   std::optional<TimelineGeometry> geometry_;
+  MonitorFeed* feed_ = nullptr;
+  // The shape of the monitor's film, width over height, once a frame has said it.
+  double filmAspect_ = 0;
 };
 
 }  // namespace tavorin

@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <imgui.h>
 
+#include <cstdint>
+
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
 #include "app/model/Scope.hpp"
 #include "kit/Pasteboard.hpp"
 #include "kit/RecordingStore.hpp"
+#include "kit/TakesStore.hpp"
 #include "platform/FreedesktopTrash.hpp"
 #include "ui/Surfaces.hpp"
 
@@ -184,4 +187,105 @@ TEST_F(SurfacesTest, ARefusedActBecomesAFailureToastInTheModelsWords) {
   EXPECT_EQ(t.text, words);
   frame();
   EXPECT_NE(registry.find("toast." + t.id + ".dismiss"), nullptr);
+}
+
+namespace {
+
+// Stands in for the window's decoder: notes what the monitor asks for and answers one
+// texture of a 16:9 film.
+struct NotedFeed final : MonitorFeed {
+  struct Ask {
+    std::filesystem::path film;
+    double seconds = 0;
+    int width = 0, height = 0;
+  };
+  std::vector<Ask> asks;
+  int released = 0;
+  std::optional<Image> show(const std::filesystem::path& film, double seconds, int width, int height) override {
+    asks.push_back({film, seconds, width, height});
+    return Image{reinterpret_cast<void*>(std::uintptr_t(7)), 1280, 720};
+  }
+  void release() override { ++released; }
+  std::optional<std::string> failure() const override { return std::nullopt; }
+};
+
+// The UV corners of what was drawn with the feed's texture.
+std::optional<std::pair<ImVec2, ImVec2>> pictureUV() {
+  const ImDrawData* data = ImGui::GetDrawData();
+  for (int n = 0; n < data->CmdListsCount; ++n) {
+    const ImDrawList* list = data->CmdLists[n];
+    for (const auto& cmd : list->CmdBuffer) {
+      if (cmd.TextureId != reinterpret_cast<void*>(std::uintptr_t(7))) continue;
+      ImVec2 lo(1e9f, 1e9f), hi(-1e9f, -1e9f);
+      for (unsigned k = 0; k < cmd.ElemCount; ++k) {
+        const ImVec2 uv = list->VtxBuffer[list->IdxBuffer[int(cmd.IdxOffset + k)]].uv;
+        lo = ImVec2(std::min(lo.x, uv.x), std::min(lo.y, uv.y));
+        hi = ImVec2(std::max(hi.x, uv.x), std::max(hi.y, uv.y));
+      }
+      return std::make_pair(lo, hi);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+TEST_F(SurfacesTest, TheMonitorAsksForTheFilesTimeThroughTheCutAndShowsTheZoomsPart) {
+  // A take with a second and a half of slate, ten seconds of footage after it.
+  const fs::path production = tmp / "root/p/recordings/short";
+  TakesStore takes(production);
+  Take take;
+  take.id = "20260101-000000";
+  take.video = "film.mp4";
+  take.pads = Take::Pads(1.5, 0);
+  takes.begin(take);
+  test::writeFile(takes.video(take), "film");
+  takes.finish(take, 11.5, Take::Status::complete);
+  // Two seconds of footage from 2 s at double speed, then 6 s to 8 s; a zoom at twice
+  // the size on the top left corner over the second half of the first segment.
+  Recording r = model->recording();
+  r.segments = std::vector<Segment>{{"s1", take.id, 2, 4, 2.0}, {"s2", take.id, 6, 8, std::nullopt}};
+  Zoom z;
+  z.id = "z1";
+  z.from = 0.5;
+  z.to = 2.5;
+  z.scale = 2;
+  z.anchor = Zoom::Anchor{0, 0};
+  r.zooms = std::vector<Zoom>{z};
+  model->setRecording(r);
+  NotedFeed feed;
+  surfaces->setMonitorFeed(&feed);
+
+  model->setPlayhead(0.25);
+  frame();
+  ASSERT_EQ(feed.asks.size(), 1u);
+  EXPECT_EQ(feed.asks.back().film, takes.video(take));
+  EXPECT_DOUBLE_EQ(feed.asks.back().seconds, 1.5 + 2 + 0.25 * 2);
+  const auto monitor = at("monitor.picture");
+  // Unzoomed: the whole picture, decoded at the size it is drawn.
+  EXPECT_NEAR(feed.asks.back().width, monitor.width, 1);
+  EXPECT_NEAR(feed.asks.back().height, monitor.height, 1);
+  auto uv = pictureUV();
+  ASSERT_TRUE(uv);
+  EXPECT_FLOAT_EQ(uv->first.x, 0);
+  EXPECT_FLOAT_EQ(uv->second.y, 1);
+
+  // Deep in the zoom, past the seam: the second segment, the top left quarter, at twice the size.
+  model->setPlayhead(1.5);
+  frame();
+  EXPECT_DOUBLE_EQ(feed.asks.back().seconds, 1.5 + 6 + 0.5);
+  EXPECT_NEAR(feed.asks.back().width, 2 * monitor.width, 2);
+  uv = pictureUV();
+  ASSERT_TRUE(uv);
+  EXPECT_FLOAT_EQ(uv->first.x, 0);
+  EXPECT_FLOAT_EQ(uv->first.y, 0);
+  EXPECT_FLOAT_EQ(uv->second.x, 0.5f);
+  EXPECT_FLOAT_EQ(uv->second.y, 0.5f);
+
+  // With the take off the monitor, the film is let go and nothing is drawn from it.
+  model->clearMonitor();
+  frame();
+  EXPECT_GE(feed.released, 1);
+  EXPECT_FALSE(pictureUV());
+  surfaces->setMonitorFeed(nullptr);
 }
