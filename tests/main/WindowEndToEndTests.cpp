@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stb/stb_image.h>
 
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -207,6 +208,58 @@ TEST_F(WindowEndToEnd, ClickingPlayStartsTheTransportAndClickingATabMovesThePage
   click(controls().at("nav.library"));
   EXPECT_TRUE(eventually([&] { return str(ok({"where"}), "where") == "library"; }));
   EXPECT_TRUE(eventually([&] { return controls().count("library.recording.halden-demo.open") == 1; }));
+}
+
+TEST_F(WindowEndToEnd, TheMonitorShowsTheTakeAtThePlayheadThroughTheZoomInForce) {
+  if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "ffmpeg is not installed";
+  // A second of red beside blue, then a second of green.
+  const fs::path film = dir / "halves.mp4";
+  test::ScopedEnv out("FILM_OUT", film.string());
+  ASSERT_EQ(std::system("ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i "
+                        "'color=c=red:s=160x180:r=25:d=1[l];color=c=blue:s=160x180:r=25:d=1[r];"
+                        "[l][r]hstack[a];color=c=lime:s=320x180:r=25:d=1[b];[a][b]concat=n=2[out0]' "
+                        "-c:v libx264 -g 10 -pix_fmt yuv420p -preset ultrafast \"$FILM_OUT\""),
+            0);
+  ok({"import", "path=" + film.string()});
+  ok({"seek", "to=0.5"});
+  const Box monitor = controls().at("monitor.picture").frame;
+  // The colour at a share of the monitor's frame; the captions sit lower.
+  auto at = [&](const Picture& p, double across) {
+    const long long x = monitor.x + static_cast<long long>(monitor.width * across);
+    const long long y = monitor.y + monitor.height * 2 / 5;
+    const std::size_t k = (std::size_t(y) * p.width + std::size_t(x)) * 4;
+    return std::array<int, 3>{p.rgba[k], p.rgba[k + 1], p.rgba[k + 2]};
+  };
+  auto is = [](std::array<int, 3> c, int channel) {
+    for (int k = 0; k < 3; ++k)
+      if ((k == channel) != (c[k] > 150)) return false;
+    return true;
+  };
+  constexpr int red = 0, green = 1, blue = 2;
+  // The picture arrives from the decoding thread a frame or so after the seek.
+  Picture shot;
+  EXPECT_TRUE(eventually([&] {
+    shot = photograph("half.png");
+    return is(at(shot, 0.25), red) && is(at(shot, 0.75), blue);
+  })) << "see " << (dir / "half.png");
+
+  // Twice as close on the middle of the red half: the whole monitor is red.
+  ok({"zoom.add", "at=0", "length=1", "scale=2", "x=0.25", "y=0.5"});
+  EXPECT_TRUE(eventually([&] {
+    shot = photograph("zoomed.png");
+    return is(at(shot, 0.1), red) && is(at(shot, 0.9), red);
+  })) << "see " << (dir / "zoomed.png");
+
+  ok({"seek", "to=1.5"});
+  EXPECT_TRUE(eventually([&] {
+    shot = photograph("later.png");
+    return is(at(shot, 0.25), green) && is(at(shot, 0.75), green);
+  })) << "see " << (dir / "later.png");
+  // Once its picture is in, a still playhead costs the studio nothing.
+  std::this_thread::sleep_for(300ms);
+  const double before = cpuSeconds(app.pid);
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_LT(cpuSeconds(app.pid) - before, 0.1);
 }
 
 TEST_F(WindowEndToEnd, ThePagesOfTheDemoLookAsTheirReferencesDo) {
