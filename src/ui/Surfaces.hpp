@@ -36,7 +36,7 @@ class Surfaces {
 
   // What the shoot, the grants and the YouTube account live with, and how a control
   // runs one of their verbs (a roll, a camera check, a sign-in wait on the world, so
-  // they go through the verb's own coroutine). Without it those sheets are not drawn.
+  // they go through the verb's own coroutine). Without it those parts are not drawn.
   using Perform = std::function<void(OperatorCommand)>;
   void attachService(OperatorService* service, Perform perform);
 

@@ -85,9 +85,7 @@ void Surfaces::drawExportSheet(double width, double height) {
 
   rowLabel("Format");
   for (ExportFormat f : {ExportFormat::mp4, ExportFormat::gif}) {
-    const std::string word = name(f);
-    std::string label = word == "mp4" ? "MP4" : "GIF";
-    if (choice("export.format." + word, label,
+    if (choice("export.format." + name(f), f == ExportFormat::mp4 ? "MP4" : "GIF",
                f == ExportFormat::mp4 ? "Carries the narration; what YouTube takes."
                                       : "Silent, at most 1280 across and 15 frames a second.",
                target.effectiveFormat() == f, !running))
