@@ -66,6 +66,16 @@ std::string Export::title(ExportDestination d) {
   return "File";
 }
 
+std::string Export::sentence(ExportQuality q) {
+  switch (q) {
+    case ExportQuality::studio: return "Near-lossless. The biggest file, for a master you will cut again.";
+    case ExportQuality::balanced: return "Clean at a sensible size. What every export before this wrote.";
+    case ExportQuality::web: return "Smaller, for sharing and the web; fine detail softens a little.";
+    case ExportQuality::small: return "The smallest file, for a quick look. Text may blur in motion.";
+  }
+  return "";
+}
+
 std::string Export::act(ExportDestination d) {
   switch (d) {
     case ExportDestination::file: return "Export";

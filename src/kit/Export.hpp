@@ -56,6 +56,8 @@ std::optional<int> widthCeiling(ExportFormat format);
 
 std::string title(ExportQuality quality);
 int crf(ExportQuality quality);
+// The words under the quality's row: what the file is good for.
+std::string sentence(ExportQuality quality);
 double weight(ExportQuality quality);
 std::string title(ExportDestination destination);
 // The word on the button.

@@ -6,6 +6,8 @@
 #include <backends/imgui_impl_sdl.h>
 #include <unistd.h>
 
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
 #include <asio/posix/stream_descriptor.hpp>
@@ -18,6 +20,7 @@
 
 #include "app/model/AppStore.hpp"
 #include "base/LifetimeToken.hpp"
+#include "app/service/OperatorService.hpp"
 #include "base/Text.hpp"
 #include "ui/FramePacer.hpp"
 #include "ui/MonitorPicture.hpp"
@@ -28,6 +31,12 @@
 namespace tavorin {
 
 namespace {
+
+// A control's verb, run as tavorinctl would run it; a refusal is said in a toast.
+asio::awaitable<void> performed(OperatorService* service, AppModel* model, OperatorCommand command) {
+  const OperatorResult result = co_await service->handle(std::move(command));
+  if (!result.ok && result.error) model->toasts().post(Toast::Kind::failure, *result.error);
+}
 
 double processSeconds() {
   timespec t{};
@@ -283,6 +292,13 @@ void StudioWindow::run() {
     ran += s.context.poll();
     changed = ran > s.ownWakeups;
   }
+}
+
+void StudioWindow::attachService(OperatorService& service) {
+  Impl& s = *impl_;
+  s.surfaces.attachService(&service, [&s, &service](OperatorCommand command) {
+    asio::co_spawn(s.context, performed(&service, &s.store.production(), std::move(command)), asio::detached);
+  });
 }
 
 JSONValue StudioWindow::elements() {

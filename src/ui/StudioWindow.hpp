@@ -14,6 +14,7 @@ class io_context;
 namespace tavorin {
 
 class AppStore;
+class OperatorService;
 
 // The studio's one window: Dear ImGui over SDL2 and OpenGL, on the main thread and
 // the main actor, drawing the model directly. The loop waits on the X connection
@@ -40,6 +41,10 @@ class StudioWindow final : public WindowSurface {
   double drawFrame();
   // Closing the window ends the process through this hook.
   void onClose(std::function<void()> close) { close_ = std::move(close); }
+
+  // The verbs behind the sheets whose state the service keeps (the shoot, the grants,
+  // the YouTube account); until attached those sheets are not drawn.
+  void attachService(OperatorService& service);
 
   JSONValue elements() override;
   void photograph(const std::filesystem::path& path, double settle, Photographed done) override;

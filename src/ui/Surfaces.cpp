@@ -11,6 +11,8 @@
 
 #include "app/model/AppStore.hpp"
 #include "app/model/Scope.hpp"
+#include "app/service/OperatorService.hpp"
+#include "app/shoot/PermissionsRitual.hpp"
 #include "kit/BlockingLexer.hpp"
 #include "kit/Cut.hpp"
 #include "kit/Looks.hpp"
@@ -63,8 +65,7 @@ const TimelineItem* itemNamed(const Recording& r, const std::string& id) {
 
 Surfaces::Surfaces(AppStore& store) : store_(store), model_(store.production()) {}
 
-template <class Act>
-void Surfaces::act(Act&& a) {
+void Surfaces::act(const std::function<void()>& a) {
   try {
     a();
   } catch (const std::exception& e) {
@@ -820,29 +821,13 @@ void Surfaces::drawLibraryPage(double width, double height) {
 // ---- Sheets, toasts, the palette lab -------------------------------------------------------
 
 void Surfaces::drawSheets(double width, double height) {
-  auto sheet = [&](const char* id, const std::string& title, const std::string& body, const char* closeId, auto close) {
-    const double w = 520, h = 200;
-    ImGui::SetNextWindowFocus();
-    beginPanel(id, title, (width - w) / 2, topBarHeight + 24, w, h, false, true);
-    ImGui::PushFont(theme_.heading);
-    ImGui::TextUnformatted(title.c_str());
-    ImGui::PopFont();
-    ImGui::TextWrapped("%s", body.c_str());
-    ImGui::SetCursorPosY(float(h - 44));
-    if (button(closeId, "Close", "Close the sheet.")) close();
-    endPanel();
-  };
-  (void)height;
-  if (store_.showingExportSheet) {
-    const auto take = model_.isOpen() ? model_.exportTake() : std::nullopt;
-    sheet("export.sheet", store_.exportSheetArmed ? "Export to YouTube" : "Export",
-          take ? "The film comes from take " + take->id + ". tavorinctl export runs it; export.status follows it."
-               : "There is no complete take to export yet. Record one, or import a film.",
-          "export.dismiss", [&] { act([&] { store_.dismissExportSheet(); }); });
-  } else if (store_.showingSlate) {
-    sheet("shoot.slate", "Shoot", "The slate is up: tavorinctl record rolls the camera; the stage script performs itself.",
-          "shoot.dismiss", [&] { act([&] { store_.endFlow(); }); });
-  }
+  // One sheet stands over the page at a time, the one flow.end would close first; the
+  // grants come before any of them, as at launch.
+  if (service_ && service_->permissions().showing()) drawPermissionsSheet(width, height);
+  else if (model_.castingCall()) drawCastingRoom(width, height);
+  else if (store_.showingExportSheet) drawExportSheet(width, height);
+  else if (store_.showingSlate) drawSlate(width, height);
+  if (const RenderQueue* q = model_.rendersIfMade(); q && q->depth() > 0) drawRenderQueue(width, height);
 }
 
 void Surfaces::drawToasts(double width) {

@@ -1,4 +1,5 @@
 #pragma once
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,6 +13,8 @@ namespace tavorin {
 
 class AppStore;
 class AppModel;
+class OperatorService;
+struct OperatorCommand;
 
 // The pages, panels, sheets and the timeline canvas, drawn straight from the store
 // and the model each frame; a control calls the same operation its verb calls. The
@@ -34,6 +37,12 @@ class Surfaces {
   // The monitor's picture; without one the monitor says what it would show.
   void setMonitorFeed(MonitorFeed* feed) { feed_ = feed; }
 
+  // What the shoot, the grants and the YouTube account live with, and how a control
+  // runs one of their verbs (a roll, a camera check, a sign-in wait on the world, so
+  // they go through the verb's own coroutine). Without it those parts are not drawn.
+  using Perform = std::function<void(OperatorCommand)>;
+  void attachService(OperatorService* service, Perform perform);
+
  private:
   void drawTopBar(double width);
   void drawEditPage(double width, double height);
@@ -44,6 +53,14 @@ class Surfaces {
   void drawScriptPage(double width, double height);
   void drawLibraryPage(double width, double height);
   void drawSheets(double width, double height);
+  void drawExportSheet(double width, double height);
+  void drawYouTubeRows();
+  void drawRenderQueue(double width, double height);
+  void drawCastingRoom(double width, double height);
+  void drawSlate(double width, double height);
+  void drawPermissionsSheet(double width, double height);
+  // A button of a row of choices, drawn pressed when it is the one in force.
+  bool choice(const std::string& id, const std::string& label, const std::string& help, bool on, bool enabled = true);
   void drawToasts(double width);
   void drawPalette(double width, double height);
 
@@ -61,8 +78,7 @@ class Surfaces {
   std::optional<double> numberField(const std::string& id, const std::string& label, std::optional<double> value,
                                     const std::string& help);
   // Runs an act of the model; a refusal becomes a failure toast with its sentence.
-  template <class Act>
-  void act(Act&& a);
+  void act(const std::function<void()>& a);
 
   AppStore& store_;
   AppModel& model_;
@@ -84,6 +100,10 @@ class Surfaces {
   MonitorFeed* feed_ = nullptr;
   // The shape of the monitor's film, width over height, once a frame has said it.
   double filmAspect_ = 0;
+  OperatorService* service_ = nullptr;
+  Perform perform_;
+  // The words the casting room's next audition says, as typed.
+  std::optional<std::string> auditionWords_;
 };
 
 }  // namespace tavorin

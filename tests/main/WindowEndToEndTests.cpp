@@ -18,6 +18,7 @@
 #include "VirtualDisplay.hpp"
 #include "main/StudioFixture.hpp"
 #include "operator/JSONValue.hpp"
+#include "voice/SpeechServerProcess.hpp"
 
 using namespace tavorin;
 namespace fs = std::filesystem;
@@ -116,6 +117,44 @@ class WindowEndToEnd : public test::StudioFixture {
       std::this_thread::sleep_for(50ms);
     }
     return false;
+  }
+  // The demo cast with tavorin-speech's one character, whose voices are espeak-ng's.
+  void castTheDemo(const test::SpeechServerProcess& speech) {
+    ok({"voice.local.set", "url=" + speech.url()});
+    ok({"edit", "id=production", "field=driver", "value=local"});
+    ok({"voice.check"});
+    ok({"edit", "id=production", "field=character", "value=espeak-ng"});
+  }
+  // The controls of one panel, once every one of them is checked to lie inside the
+  // window and the panel, and no two of them to overlap.
+  std::map<std::string, Control> sheet(const std::string& panel) {
+    JSONValue report;
+    const auto all = controls(&report);
+    const Box window{0, 0, *(*report["window"])["width"]->intValue(), *(*report["window"])["height"]->intValue()};
+    Box frame;
+    bool found = false;
+    for (const auto& p : *report["panels"]->arrayValue())
+      if (str(p, "id") == panel) {
+        frame = box(*p["frame"]);
+        found = true;
+      }
+    EXPECT_TRUE(found) << panel << " is not drawn";
+    EXPECT_TRUE(frame.x >= 0 && frame.y >= 0 && frame.x + frame.width <= window.width &&
+                frame.y + frame.height <= window.height)
+        << panel << " leaves the window";
+    std::map<std::string, Control> out;
+    for (const auto& [id, c] : all)
+      if (c.panel == panel) out[id] = c;
+    for (auto a = out.begin(); a != out.end(); ++a) {
+      const Box& f = a->second.frame;
+      EXPECT_GT(f.width * f.height, 0) << a->first;
+      EXPECT_TRUE(f.x >= frame.x && f.y >= frame.y && f.x + f.width <= frame.x + frame.width &&
+                  f.y + f.height <= frame.y + frame.height)
+          << a->first << " leaves " << panel;
+      for (auto b = std::next(a); b != out.end(); ++b)
+        EXPECT_FALSE(f.overlaps(b->second.frame)) << a->first << " overlaps " << b->first;
+    }
+    return out;
   }
 
   test::VirtualDisplay display;
@@ -315,6 +354,101 @@ TEST_F(WindowEndToEnd, SheetsAndThePaletteLabStandOverThePageAndCloseByTheirButt
   EXPECT_EQ(all.at("palette.voice").role, "colour");
   click(all.at("palette.close"));
   EXPECT_TRUE(eventually([&] { return controls().count("palette.close") == 0; }));
+}
+
+TEST_F(WindowEndToEnd, TheExportSheetDrawsItsSettingsAndAClickedFormatIsKeptWithTheProduction) {
+  ok({"export.flow"});
+  auto export_ = sheet("export.sheet");
+  for (const char* id : {"export.take", "export.format.mp4", "export.format.gif", "export.size.720", "export.size.native",
+                         "export.rate.native", "export.quality.studio", "export.quality.small", "export.quality.says",
+                         "export.destination.file", "export.destination.youtube", "export.run", "export.dismiss"})
+    EXPECT_EQ(export_.count(id), 1u) << id;
+  EXPECT_EQ(export_.at("export.quality.says").label, "Clean at a sensible size. What every export before this wrote.");
+  // The demo holds no take, so there is nothing to export, and the button says why.
+  EXPECT_FALSE(export_.at("export.run").enabled);
+  EXPECT_EQ(export_.at("export.run").label, "Export");
+  ASSERT_TRUE(export_.at("export.destination.youtube").enabled);
+
+  click(export_.at("export.format.gif"));
+  EXPECT_TRUE(eventually([&] { return str(ok({"export.status"}), "format") == "gif"; }));
+  // The sheet follows the production: YouTube takes no GIF.
+  EXPECT_TRUE(eventually([&] { return !sheet("export.sheet").at("export.destination.youtube").enabled; }));
+  ok({"export.format", "format=mp4"});
+
+  // Armed for YouTube, the sheet carries the account and the upload's one button as the
+  // publish verbs report them.
+  ok({"flow.end"});
+  ok({"export.youtube"});
+  ok({"export.destination", "to=youtube"});
+  export_ = sheet("export.sheet");
+  ASSERT_EQ(export_.count("youtube.connect"), 1u);
+  EXPECT_EQ(export_.at("youtube.status").label, str(ok({"youtube"}), "status"));
+  EXPECT_EQ(export_.at("youtube.connect").label, "Connect");
+  EXPECT_EQ(export_.at("export.publish").label, str(*ok({"publish.status"})["button"], "label"));
+  click(export_.at("youtube.privacy.unlisted"));
+  EXPECT_TRUE(eventually([&] { return str(ok({"youtube"}), "privacy") == "unlisted"; }));
+}
+
+TEST_F(WindowEndToEnd, TheRenderQueueListsItsTicketsAndCancelAllEmptiesIt) {
+  test::SpeechServerProcess speech;
+  castTheDemo(speech);
+  EXPECT_EQ(controls().count("render.cancel"), 0u);
+  // Sixty-four tickets keep the engine busy for longer than a click takes.
+  ok({"render", "ids=l1,l2,l3,l4,l5,l6,l7,l8", "samples=8"});
+  ASSERT_TRUE(eventually([&] { return controls().count("render.cancel") == 1; }));
+  const auto queue = sheet("render.queue");
+  std::size_t rows = 0;
+  for (const auto& [id, c] : queue) rows += c.role == "row";
+  EXPECT_EQ(rows, 6u);
+  click(queue.at("render.cancel"));
+  EXPECT_TRUE(eventually([&] { return ok({"render.status"})["pending"]->arrayValue()->empty(); }));
+  EXPECT_TRUE(eventually([&] { return controls().count("render.cancel") == 0; }));
+}
+
+TEST_F(WindowEndToEnd, TheCastingRoomListsTheCastAndAClickedVoiceIsThePick) {
+  test::SpeechServerProcess speech;
+  castTheDemo(speech);
+  ok({"casting"});
+  auto room = sheet("casting.room");
+  for (const char* id : {"casting.prompt", "casting.audition", "casting.hear", "casting.use", "casting.close"})
+    EXPECT_EQ(room.count(id), 1u) << id;
+  const JSONValue cast = ok({"casting.cast"});
+  const std::string picked = str(cast, "pickVoice");
+  // Another voice of the character the room is open on.
+  std::string other;
+  for (const auto& person : *cast["characters"]->arrayValue())
+    if (str(person, "id") == str(cast, "pick"))
+      for (const auto& voice : *person["voices"]->arrayValue())
+        if (str(voice, "id") != picked && other.empty()) other = str(voice, "id");
+  ASSERT_FALSE(other.empty()) << "the demo's character has one voice";
+  ASSERT_EQ(room.count("casting.voice." + other), 1u);
+  click(room.at("casting.voice." + other));
+  EXPECT_TRUE(eventually([&] { return str(ok({"casting.cast"}), "pickVoice") == other; }));
+  click(sheet("casting.room").at("casting.close"));
+  EXPECT_TRUE(eventually([&] { return controls().count("casting.use") == 0; }));
+}
+
+TEST_F(WindowEndToEnd, TheSlateChecksTheCameraAndThePermissionsSheetDismissesItself) {
+  ok({"shoot"});
+  const auto slate = sheet("shoot.slate");
+  for (const char* id : {"shoot.camera", "shoot.camera.says", "shoot.countdown", "shoot.record", "shoot.dismiss"})
+    EXPECT_EQ(slate.count(id), 1u) << id;
+  EXPECT_EQ(slate.at("shoot.countdown").label, "not rolling");
+  click(slate.at("shoot.camera"));
+  EXPECT_TRUE(eventually([&] { return !(*ok({"permissions"})["camera"]).isNull(); }));
+  EXPECT_TRUE(eventually([&] { return controls().at("shoot.camera.says").label != "Camera not checked yet."; }));
+  ok({"flow.end"});
+
+  ok({"permissions.show"});
+  const auto grants = sheet("permissions.sheet");
+  const JSONValue report = ok({"permissions"});
+  for (const auto& row : *report["rows"]->arrayValue()) {
+    const std::string id = "permissions." + str(row, "need") + ".act";
+    ASSERT_EQ(grants.count(id), 1u) << id;
+    EXPECT_EQ(grants.at(id).label, str(*row["button"], "label")) << id;
+  }
+  click(grants.at("permissions.dismiss"));
+  EXPECT_TRUE(eventually([&] { return ok({"permissions"})["showing"]->boolValue() == false; }));
 }
 
 TEST_F(WindowEndToEnd, AnIdleWindowRests) {

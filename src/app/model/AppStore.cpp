@@ -289,6 +289,11 @@ void AppStore::dismissExportSheet() {
 }
 
 bool AppStore::endFlow() {
+  // The casting room stands over any sheet it was opened from, so it closes first.
+  if (production_.castingCall()) {
+    production_.closeCasting();
+    return true;
+  }
   if (showingExportSheet) {
     dismissExportSheet();
     return true;

@@ -104,7 +104,10 @@ void AppDelegate::run() {
 void AppDelegate::startOperator() {
   if (Environment::present("TAVORIN_NO_OPERATOR")) return;
   service_ = std::make_unique<OperatorService>(*store_, [this] { terminateSoon(); });
-  if (window_) service_->attachWindow(window_.get());
+  if (window_) {
+    service_->attachWindow(window_.get());
+    window_->attachService(*service_);
+  }
   server_ = std::make_unique<OperatorServer>(context_, *service_, freshUUID() + freshUUID());
   try {
     const int port = server_->start(true);

@@ -76,6 +76,8 @@ class OperatorService {
 
   // Reports, shaped for the wire.
   JSONValue status() const;
+  // The upload and its button as the Export sheet draws them.
+  JSONValue publishReport() const;
   JSONValue buildReport() const;
 
  private:
@@ -181,7 +183,6 @@ class OperatorService {
   JSONValue reviseReport() const;
   JSONValue fetchReport() const;
   JSONValue youtubeReport() const;
-  JSONValue publishReport() const;
 
   // Shared report pieces.
   JSONValue productionReport() const;

@@ -30,17 +30,6 @@ JSONValue texts(const std::vector<std::string>& list) {
 
 JSONValue optionalInt(const std::optional<int>& v) { return v ? JSONValue(*v) : JSONValue(); }
 
-// The words under each quality row of the sheet.
-std::string qualitySays(ExportQuality q) {
-  switch (q) {
-    case ExportQuality::studio: return "Near-lossless. The biggest file, for a master you will cut again.";
-    case ExportQuality::balanced: return "Clean at a sensible size. What every export before this wrote.";
-    case ExportQuality::web: return "Smaller, for sharing and the web; fine detail softens a little.";
-    case ExportQuality::small: return "The smallest file, for a quick look. Text may blur in motion.";
-  }
-  return "";
-}
-
 // A number in a range, or the sentence that says the range.
 double inRange(const OperatorArgs& a, const std::string& name, double low, double high, const std::string& verb) {
   const auto text = a.text(name);
@@ -298,11 +287,11 @@ OperatorService::Answer OperatorService::exportVerbs(const OperatorCommand& c, c
     JSONValue::Array rows;
     for (ExportQuality q : {ExportQuality::studio, ExportQuality::balanced, ExportQuality::web, ExportQuality::small})
       rows.push_back(JSONValue::object(
-          {{"id", name(q)}, {"title", Export::title(q)}, {"crf", Export::crf(q)}, {"says", qualitySays(q)}}));
+          {{"id", name(q)}, {"title", Export::title(q)}, {"crf", Export::crf(q)}, {"says", Export::sentence(q)}}));
     const ExportQuality q = m.exportTarget().effectiveQuality();
     return OperatorResult::success(JSONValue::object({{"quality", name(q)},
                                                       {"crf", Export::crf(q)},
-                                                      {"says", qualitySays(q)},
+                                                      {"says", Export::sentence(q)},
                                                       {"levels", JSONValue(std::move(rows))}}));
   }
 
