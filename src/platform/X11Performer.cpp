@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
@@ -118,9 +119,16 @@ struct XDeleter {
 }  // namespace
 
 struct X11Performer::Connection {
+  using Clock = std::chrono::steady_clock;
+  // A keycode with no symbols, lent to a character the layout lacks, and when it was last pressed.
+  struct SpareKey {
+    KeyCode code = 0;
+    KeySym sym = NoSymbol;
+    Clock::time_point pressed{};
+  };
+
   Display* display = nullptr;
-  std::vector<KeyCode> spare;  // keycodes with no symbols, lent to characters the layout lacks
-  std::map<KeySym, KeyCode> lent;
+  std::vector<SpareKey> spare;
 
   ~Connection() {
     if (!display) return;
@@ -139,38 +147,83 @@ struct X11Performer::Connection {
     check(step);
   }
 
+  bool anyLent() const {
+    return std::any_of(spare.begin(), spare.end(), [](const SpareKey& k) { return k.sym != NoSymbol; });
+  }
+
   void restore() {
-    if (lent.empty()) return;
-    for (const auto& [sym, code] : lent) {
+    if (!anyLent()) return;
+    for (auto& key : spare) {
+      if (key.sym == NoSymbol) continue;
       KeySym none[2] = {NoSymbol, NoSymbol};
-      XChangeKeyboardMapping(display, code, 2, none, 1);
+      XChangeKeyboardMapping(display, key.code, 2, none, 1);
+      key.sym = NoSymbol;
     }
-    lent.clear();
     XSync(display, False);
   }
 
-  // Whether `sym` needs a spare key: the layout lacks it and none is lent for it yet.
-  bool needsLending(KeySym sym) {
-    if (lent.count(sym)) return false;
+  SpareKey* lentFor(KeySym sym) {
+    const auto it = std::find_if(spare.begin(), spare.end(), [&](const SpareKey& k) { return k.sym == sym; });
+    return it == spare.end() ? nullptr : &*it;
+  }
+
+  bool inLayout(KeySym sym) {
     const KeyCode kc = XKeysymToKeycode(display, sym);
-    return kc == 0 || (XkbKeycodeToKeysym(display, kc, 0, 0) != sym && XkbKeycodeToKeysym(display, kc, 0, 1) != sym);
+    return kc != 0 && (XkbKeycodeToKeysym(display, kc, 0, 0) == sym || XkbKeycodeToKeysym(display, kc, 0, 1) == sym);
+  }
+
+  // The spare key `sym` would be lent: a free one, else the one pressed longest ago.
+  SpareKey* nextToLend() {
+    if (spare.empty()) return nullptr;
+    const auto free = std::find_if(spare.begin(), spare.end(), [](const SpareKey& k) { return k.sym == NoSymbol; });
+    if (free != spare.end()) return &*free;
+    return &*std::min_element(spare.begin(), spare.end(),
+                              [](const SpareKey& a, const SpareKey& b) { return a.pressed < b.pressed; });
+  }
+
+  // Seconds to wait before `sym` can be typed. A window translates a key press by
+  // the mapping it reads when it gets to the event, not the one at the press, so a
+  // lent key is taken back only once its last press is `settle` seconds old.
+  double lendWait(KeySym sym, double settle) {
+    if (lentFor(sym) || inLayout(sym)) return 0;
+    const SpareKey* key = nextToLend();
+    if (!key || key->sym == NoSymbol) return 0;
+    const double age = std::chrono::duration<double>(Clock::now() - key->pressed).count();
+    return std::max(0.0, settle - age);
+  }
+
+  // Seconds until every lent key's last press is `settle` seconds old.
+  double returnWait(double settle) const {
+    double wait = 0;
+    for (const auto& key : spare)
+      if (key.sym != NoSymbol)
+        wait = std::max(wait, settle - std::chrono::duration<double>(Clock::now() - key.pressed).count());
+    return wait;
+  }
+
+  void pressed(KeyCode kc) {
+    for (auto& key : spare)
+      if (key.code == kc && key.sym != NoSymbol) key.pressed = Clock::now();
   }
 
   // The keycode that gives `sym`, and whether shift is needed for it. A symbol the
-  // layout lacks is put on a spare keycode for the length of the text.
+  // layout lacks is put on a spare keycode until the key is needed again.
   std::pair<KeyCode, bool> code(KeySym sym, const std::string& step) {
-    if (const auto it = lent.find(sym); it != lent.end()) return {it->second, false};
+    if (SpareKey* key = lentFor(sym)) {
+      key->pressed = Clock::now();
+      return {key->code, false};
+    }
     if (const KeyCode kc = XKeysymToKeycode(display, sym); kc != 0) {
       if (XkbKeycodeToKeysym(display, kc, 0, 0) == sym) return {kc, false};
       if (XkbKeycodeToKeysym(display, kc, 0, 1) == sym) return {kc, true};
     }
-    if (spare.empty() || lent.size() >= spare.size())
-      throw PerformError::failed(step, "the keyboard has no free key to type this character on");
-    const KeyCode kc = spare[lent.size()];
+    SpareKey* key = nextToLend();
+    if (!key) throw PerformError::failed(step, "the keyboard has no free key to type this character on");
     KeySym both[2] = {sym, sym};
-    XChangeKeyboardMapping(display, kc, 2, both, 1);
-    lent[sym] = kc;
-    return {kc, false};
+    XChangeKeyboardMapping(display, key->code, 2, both, 1);
+    key->sym = sym;
+    key->pressed = Clock::now();
+    return {key->code, false};
   }
 };
 
@@ -197,7 +250,7 @@ X11Performer::~X11Performer() = default;
 X11Performer::Connection& X11Performer::connection(const std::string& step) {
   if (x_ && ioFailed) {
     // The connection broke: nothing more is sent on it; closing only frees it.
-    x_->lent.clear();
+    x_->spare.clear();
     XCloseDisplay(x_->display);
     x_->display = nullptr;
     x_.reset();
@@ -224,7 +277,7 @@ X11Performer::Connection& X11Performer::connection(const std::string& step) {
     bool empty = true;
     for (int i = 0; i < per; ++i)
       if (map.get()[(kc - low) * per + i] != NoSymbol) empty = false;
-    if (empty) c->spare.push_back(static_cast<KeyCode>(kc));
+    if (empty) c->spare.push_back({static_cast<KeyCode>(kc)});
   }
   x_ = std::move(c);
   return *x_;
@@ -288,30 +341,30 @@ void X11Performer::type(const std::string& text) {
       XTestFakeKeyEvent(x.display, kc, False, CurrentTime);
       if (shifted && shift) XTestFakeKeyEvent(x.display, shift, False, CurrentTime);
     }
-    batch.clear();
     x.sync(step);
+    for (const auto& [kc, shifted] : batch) x.pressed(kc);
+    batch.clear();
   };
   try {
     for (std::size_t from = 0; from < points.size(); from += chunk) {
       const std::size_t to = std::min(points.size(), from + chunk);
       for (std::size_t i = from; i < to; ++i) {
         const KeySym sym = keysymFor(points[i]);
-        if (x.needsLending(sym) && x.lent.size() >= x.spare.size()) {
-          // Out of spare keys: what uses them goes first, and is read, before they are lent again.
+        if (const double wait = x.lendWait(sym, options_.lentKeySettle); wait > 0) {
+          // Every spare key is still being read: what is collected goes, and the oldest is lent again after.
           flush();
-          pause(options_.typePause);
-          x.restore();
+          pause(wait);
         }
-        const std::size_t lentBefore = x.lent.size();
+        const bool wasLent = x.lentFor(sym) != nullptr || x.inLayout(sym);
         batch.push_back(x.code(sym, step));
-        newlyLent = newlyLent || x.lent.size() != lentBefore;
+        newlyLent = newlyLent || !wasLent;
       }
       flush();
       if (to < points.size()) pause(options_.typePause);
     }
     // The lent keys go back only once the window has read what they typed.
-    if (!x.lent.empty()) {
-      pause(options_.typePause);
+    if (x.anyLent()) {
+      pause(x.returnWait(options_.lentKeySettle));
       x.restore();
     }
   } catch (const PerformCancelled&) {

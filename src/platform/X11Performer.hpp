@@ -24,6 +24,7 @@ class X11Performer final : public Performer {
     std::optional<int> browserPort;
     double appStartTimeout = 10;                // seconds an app we start has to show a window
     double typePause = 0.02;                    // between chunks of typed text
+    double lentKeySettle = 0.25;                // seconds a lent key keeps its character after its last press
   };
   X11Performer();
   explicit X11Performer(Options options);
