@@ -220,7 +220,7 @@ void Surfaces::drawTopBar(double width) {
   ImGui::TextUnformatted(title.c_str());
   note("topbar.title", "text", title, "The open production.");
   ImGui::PopFont();
-  const float right = static_cast<float>(width) - 300;
+  const float right = static_cast<float>(width) - 410;
   ImGui::SameLine(std::max(right, ImGui::GetCursorPosX() + 16));
   if (button("action.undo", "Undo", "Step the production back one edit (Ctrl+Z).", open && model_.history().canStepBack()))
     act([&] { model_.undo(); });
@@ -233,6 +233,9 @@ void Surfaces::drawTopBar(double width) {
   ImGui::SameLine();
   if (button("topbar.export", "Export", "Raise the Export sheet over this page.", open))
     act([&] { store_.openExportSheet(); });
+  ImGui::SameLine();
+  if (button("topbar.fetch", "Fetch audio…", "Raise the Fetch audio sheet: a URL and a range.", open))
+    act([&] { store_.openFetchSheet(); });
   ImGui::SameLine();
   if (button("action.palette", "Palette", "The Palette Lab: tune the timeline's colours live."))
     model_.paletteOpen = !model_.paletteOpen;
@@ -798,6 +801,28 @@ void Surfaces::drawSheets(double width, double height) {
           take ? "The film comes from take " + take->id + ". tavorinctl export runs it; export.status follows it."
                : "There is no complete take to export yet. Record one, or import a film.",
           "export.dismiss", [&] { act([&] { store_.dismissExportSheet(); }); });
+  } else if (store_.showingFetchSheet) {
+    const double w = 520, h = 230;
+    ImGui::SetNextWindowFocus();
+    beginPanel("fetch.sheet", "Fetch audio", (width - w) / 2, topBarHeight + 24, w, h, false, true);
+    ImGui::PushFont(theme_.heading);
+    ImGui::TextUnformatted("Fetch audio");
+    ImGui::PopFont();
+    AppStore::FetchAsk& ask = store_.fetchAsk;
+    ImGui::TextUnformatted("URL");
+    ImGui::SameLine(110);
+    if (auto url = field("fetch.url", "URL", ask.url, "YouTube (or any yt-dlp-supported) URL.", false, 380))
+      ask.url = *url;
+    if (auto start = numberField("fetch.start", "Start", ask.start, "Seconds from the start of the source."))
+      ask.start = *start;
+    if (auto end = numberField("fetch.end", "End", ask.end, "Seconds into the source.")) ask.end = *end;
+    ImGui::SetCursorPosY(float(h - 44));
+    if (button("fetch.go", "Fetch", "Fetch the slice onto the music lane at the playhead.", !ask.url.empty()))
+      act([&] { store_.fetchFromSheet(); });
+    ImGui::SameLine();
+    if (button("fetch.dismiss", "Close", "Close the sheet; a running fetch goes on."))
+      act([&] { store_.dismissFetchSheet(); });
+    endPanel();
   } else if (store_.showingSlate) {
     sheet("shoot.slate", "Shoot", "The slate is up: tavorinctl record rolls the camera; the stage script performs itself.",
           "shoot.dismiss", [&] { act([&] { store_.endFlow(); }); });
