@@ -223,7 +223,7 @@ void Surfaces::drawTopBar(double width) {
   ImGui::TextUnformatted(title.c_str());
   note("topbar.title", "text", title, "The open production.");
   ImGui::PopFont();
-  const float right = static_cast<float>(width) - 300;
+  const float right = static_cast<float>(width) - 410;
   ImGui::SameLine(std::max(right, ImGui::GetCursorPosX() + 16));
   if (button("action.undo", "Undo", "Step the production back one edit (Ctrl+Z).", open && model_.history().canStepBack()))
     act([&] { model_.undo(); });
@@ -236,6 +236,9 @@ void Surfaces::drawTopBar(double width) {
   ImGui::SameLine();
   if (button("topbar.export", "Export", "Raise the Export sheet over this page.", open))
     act([&] { store_.openExportSheet(); });
+  ImGui::SameLine();
+  if (button("topbar.fetch", "Fetch audio…", "Raise the Fetch audio sheet: a URL and a range.", open))
+    act([&] { store_.openFetchSheet(); });
   ImGui::SameLine();
   if (button("action.palette", "Palette", "The Palette Lab: tune the timeline's colours live."))
     model_.paletteOpen = !model_.paletteOpen;
@@ -825,6 +828,7 @@ void Surfaces::drawSheets(double width, double height) {
   // grants come before any of them, as at launch.
   if (service_ && service_->permissions().showing()) drawPermissionsSheet(width, height);
   else if (model_.castingCall()) drawCastingRoom(width, height);
+  else if (store_.showingFetchSheet) drawFetchSheet(width, height);
   else if (store_.showingExportSheet) drawExportSheet(width, height);
   else if (store_.showingSlate) drawSlate(width, height);
   if (const RenderQueue* q = model_.rendersIfMade(); q && q->depth() > 0) drawRenderQueue(width, height);

@@ -58,6 +58,7 @@ class Surfaces {
   void drawRenderQueue(double width, double height);
   void drawCastingRoom(double width, double height);
   void drawSlate(double width, double height);
+  void drawFetchSheet(double width, double height);
   void drawPermissionsSheet(double width, double height);
   // A button of a row of choices, drawn pressed when it is the one in force.
   bool choice(const std::string& id, const std::string& label, const std::string& help, bool on, bool enabled = true);

@@ -433,4 +433,29 @@ void Surfaces::drawPermissionsSheet(double width, double height) {
   endPanel();
 }
 
+void Surfaces::drawFetchSheet(double width, double height) {
+  (void)height;
+  const double w = 520, h = 230;
+  ImGui::SetNextWindowFocus();
+  beginPanel("fetch.sheet", "Fetch audio", (width - w) / 2, topBarHeight + 24, w, h, false, true);
+  ImGui::PushFont(theme_.heading);
+  ImGui::TextUnformatted("Fetch audio");
+  ImGui::PopFont();
+  AppStore::FetchAsk& ask = store_.fetchAsk;
+  ImGui::TextUnformatted("URL");
+  ImGui::SameLine(110);
+  if (auto url = field("fetch.url", "URL", ask.url, "YouTube (or any yt-dlp-supported) URL.", false, 380))
+    ask.url = *url;
+  if (auto start = numberField("fetch.start", "Start", ask.start, "Seconds from the start of the source."))
+    ask.start = *start;
+  if (auto end = numberField("fetch.end", "End", ask.end, "Seconds into the source.")) ask.end = *end;
+  ImGui::SetCursorPosY(float(h - 44));
+  if (button("fetch.go", "Fetch", "Fetch the slice onto the music lane at the playhead.", !ask.url.empty()))
+    act([&] { store_.fetchFromSheet(); });
+  ImGui::SameLine();
+  if (button("fetch.dismiss", "Close", "Close the sheet; a running fetch goes on."))
+    act([&] { store_.dismissFetchSheet(); });
+  endPanel();
+}
+
 }  // namespace tavorin

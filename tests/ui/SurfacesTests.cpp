@@ -289,3 +289,24 @@ TEST_F(SurfacesTest, TheMonitorAsksForTheFilesTimeThroughTheCutAndShowsTheZoomsP
   EXPECT_FALSE(pictureUV());
   surfaces->setMonitorFeed(nullptr);
 }
+
+TEST_F(SurfacesTest, TheFetchSheetSendsWhatWasTypedAndStaysOutOfTheWayWhenClosed) {
+  std::vector<AppStore::FetchAsk> asked;
+  store->fetchMusic = [&](const AppStore::FetchAsk& ask) { asked.push_back(ask); };
+  frame();
+  click("topbar.fetch");
+  ASSERT_TRUE(store->showingFetchSheet);
+  frame();
+  EXPECT_FALSE(registry.find("fetch.go")->enabled);  // nothing typed, nothing to fetch
+  store->fetchAsk = {"https://www.youtube.com/watch?v=x", 90, std::nullopt};
+  frame();
+  click("fetch.go");
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(asked[0].url, "https://www.youtube.com/watch?v=x");
+  EXPECT_EQ(asked[0].start, 90);
+  EXPECT_EQ(asked[0].end, std::nullopt);
+  click("fetch.dismiss");
+  EXPECT_FALSE(store->showingFetchSheet);
+  frame();
+  EXPECT_EQ(registry.find("fetch.url"), nullptr);
+}

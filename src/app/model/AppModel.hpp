@@ -530,6 +530,16 @@ class AppModel {
   FilmExporter* exporter() const { return exporter_.get(); }
   // Where a finished export goes when its destination is YouTube: the upload.
   std::function<void(const std::filesystem::path&)> onExportDelivered;
+  // Hands a finished film to the export's destination: YouTube uploads it, Clipboard
+  // puts it on the pasteboard, File copies it into the chosen folder. export/ keeps
+  // the original whatever happens to the copy.
+  void deliver(const std::filesystem::path& film);
+  // The folder the sheet's save panel chose for File; without one the film stays in
+  // export/ only, as a verb-driven export leaves it.
+  void chooseDeliveryFolder(std::optional<std::filesystem::path> folder);
+  const std::optional<std::filesystem::path>& deliveryFolder() const { return deliveryFolder_; }
+  // The pasteboard type a delivered film travels under, as file managers paste it.
+  static constexpr std::string_view filmPasteboardType = "text/uri-list";
   bool exportRunning() const;
   // A done or failed export goes back to idle, as when its sheet closes.
   void forgetFinishedExport();
@@ -776,6 +786,7 @@ class AppModel {
   LifetimeToken alive_;
   std::unique_ptr<FilmExporter> exporter_;
   std::optional<std::string> exportTakeId_;
+  std::optional<std::filesystem::path> deliveryFolder_;
   std::optional<std::string> previewFont_;
   // The take's id and the clock when the running export started, for its speed.
   std::optional<std::pair<std::string, MainActor::Clock::time_point>> exportStarted_;

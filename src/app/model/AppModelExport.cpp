@@ -2,11 +2,13 @@
 // one run at a time. The run itself belongs to the FilmExporter the process gives the
 // model; the model decides what goes in, refuses what cannot, and hears the end.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 
 #include "app/model/AppModel.hpp"
 #include "kit/ExportPlan.hpp"
+#include "kit/Pasteboard.hpp"
 #include "kit/Schedule.hpp"
 
 namespace tavorin {
@@ -24,6 +26,22 @@ std::string name(FilmExporter::Phase phase) {
 }
 
 namespace {
+
+// A file URL as file managers paste it: bytes outside a path's plain characters escaped.
+std::string fileURL(const fs::path& file) {
+  static const char* hex = "0123456789ABCDEF";
+  std::string url = "file://";
+  for (unsigned char c : fs::absolute(file).lexically_normal().string()) {
+    if (std::isalnum(c) || std::string_view("/-._~!$&'()*+,;=:@").find(char(c)) != std::string_view::npos) {
+      url.push_back(char(c));
+    } else {
+      url.push_back('%');
+      url.push_back(hex[c >> 4]);
+      url.push_back(hex[c & 15]);
+    }
+  }
+  return url;
+}
 
 std::string fixed(const char* format, double v) {
   char buffer[64];
@@ -205,8 +223,7 @@ void AppModel::exportEnded(FilmExporter::Phase phase) {
     }
     toasts_.post(Toast::Kind::export_, "Exported " + (output ? output->filename().string() : std::string("the film")));
     sound(SoundCue::exported);
-    if (output && exportTarget().effectiveDestination() == ExportDestination::youtube && onExportDelivered)
-      onExportDelivered(*output);
+    if (output) deliver(*output);
   } else if (phase == FilmExporter::Phase::failed) {
     const std::string why = exporter_->failure().value_or("the export failed");
     note("export failed: " + why);
@@ -215,6 +232,41 @@ void AppModel::exportEnded(FilmExporter::Phase phase) {
   }
   exportStarted_.reset();
 }
+
+void AppModel::deliver(const fs::path& film) {
+  switch (exportTarget().effectiveDestination()) {
+    case ExportDestination::youtube:
+      if (onExportDelivered) onExportDelivered(film);
+      return;
+    case ExportDestination::clipboard:
+      pasteboard_.write(filmPasteboardType, fileURL(film) + "\r\n");
+      note("the export is on the clipboard");
+      toasts_.post(Toast::Kind::export_, "Export copied. Paste it anywhere.");
+      return;
+    case ExportDestination::file: {
+      if (!deliveryFolder_) return;
+      const fs::path target = *deliveryFolder_ / film.filename();
+      // A film can be gigabytes: the copy runs off the actor and says where it went.
+      offloader_.offload(
+          [film, target] {
+            fs::create_directories(target.parent_path());
+            fs::copy_file(film, target, fs::copy_options::overwrite_existing);
+          },
+          alive_.guard([this, target](std::exception_ptr failed) {
+            if (!failed) return note("copied to " + target.string());
+            try {
+              std::rethrow_exception(failed);
+            } catch (const std::exception& e) {
+              note("the copy to " + target.parent_path().string() + " failed: " + e.what());
+              toasts_.post(Toast::Kind::failure, "The film stayed in export/: " + std::string(e.what()));
+            }
+          }));
+      return;
+    }
+  }
+}
+
+void AppModel::chooseDeliveryFolder(std::optional<fs::path> folder) { deliveryFolder_ = std::move(folder); }
 
 ExportTarget AppModel::exportTarget() const {
   if (!stored_ || !stored_->exportTarget) return {};

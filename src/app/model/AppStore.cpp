@@ -4,6 +4,7 @@
 
 #include "app/model/ImportRouter.hpp"
 #include "app/model/Scope.hpp"
+#include "base/Text.hpp"
 #include "kit/Trash.hpp"
 #include "platform/TavorinPaths.hpp"
 
@@ -276,9 +277,16 @@ void AppStore::openExportSheet() {
 }
 
 void AppStore::exportToYouTube() {
-  // Arming for YouTube needs footage to send, and this build films none: the sheet
-  // comes up as the plain export sheet, unarmed.
-  openExportSheet();
+  if (!production_.isOpen()) return;
+  // Without footage there is nothing to send: the plain sheet comes up, unarmed.
+  if (production_.missingFootage()) return openExportSheet();
+  // Armed, the sheet asks once: the destination is YouTube, so the export's end uploads.
+  if (production_.exportTarget().effectiveDestination() != ExportDestination::youtube)
+    production_.setExportDestination(ExportDestination::youtube);
+  production_.forgetFinishedExport();
+  showingExportSheet = true;
+  exportSheetArmed = true;
+  production_.note("export sheet up, armed for YouTube");
 }
 
 void AppStore::dismissExportSheet() {
@@ -288,10 +296,36 @@ void AppStore::dismissExportSheet() {
   production_.note("export sheet dismissed");
 }
 
+void AppStore::openFetchSheet() {
+  if (!production_.isOpen()) throw AppModel::Failure::noProduction();
+  if (showingFetchSheet) return;
+  showingFetchSheet = true;
+  production_.note("fetch sheet up");
+}
+
+void AppStore::dismissFetchSheet() {
+  if (!showingFetchSheet) return;
+  showingFetchSheet = false;
+  production_.note("fetch sheet dismissed");
+}
+
+void AppStore::fetchFromSheet() {
+  if (!fetchMusic) throw std::runtime_error("fetching is not available in this studio");
+  const std::string url(Text::trimSpace(fetchAsk.url));
+  if (url.empty()) throw std::runtime_error("type the URL of the audio to fetch");
+  FetchAsk ask = fetchAsk;
+  ask.url = url;
+  fetchMusic(ask);
+}
+
 bool AppStore::endFlow() {
   // The casting room stands over any sheet it was opened from, so it closes first.
   if (production_.castingCall()) {
     production_.closeCasting();
+    return true;
+  }
+  if (showingFetchSheet) {
+    dismissFetchSheet();
     return true;
   }
   if (showingExportSheet) {

@@ -74,6 +74,15 @@ class AppStore {
   bool showingVersionMenu = false;
   bool showingExportSheet = false;
   bool exportSheetArmed = false;
+  bool showingFetchSheet = false;
+  // What the fetch sheet holds as typed: the source and the slice of it, in seconds.
+  struct FetchAsk {
+    std::string url;
+    std::optional<double> start, end;
+  };
+  FetchAsk fetchAsk;
+  // Runs a fetch as the music.fetch verb does; the service that owns yt-dlp sets it.
+  std::function<void(const FetchAsk&)> fetchMusic;
   bool landed = false;
   FixtureSearch fixtureSearch;
 
@@ -100,6 +109,12 @@ class AppStore {
   // The export sheet with YouTube as its destination.
   void exportToYouTube();
   void dismissExportSheet();
+  // File → Fetch audio…: the sheet where a URL and a range are typed in. Closing it
+  // leaves a running fetch running; a fetch that lands closes it.
+  void openFetchSheet();
+  void dismissFetchSheet();
+  // The sheet's Fetch button: the typed URL and range, at the playhead.
+  void fetchFromSheet();
   // Closes what stands over the page; true when something was closed.
   bool endFlow();
   void openVersionMenu();

@@ -11,8 +11,8 @@
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
 
-#include <map>
-#include <optional>
+#include "kit/RedirectRequest.hpp"
+
 #include <stdexcept>
 
 namespace tavorin {
@@ -21,44 +21,6 @@ namespace {
 
 constexpr size_t requestLimit = 4096;
 const char* neverCameBack = "the browser never came back. Press Connect and approve the page Google opens";
-
-std::string decoded(const std::string& s) {
-  std::string out;
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '%' && i + 2 < s.size() && std::isxdigit(static_cast<unsigned char>(s[i + 1])) &&
-        std::isxdigit(static_cast<unsigned char>(s[i + 2]))) {
-      out += char(std::stoi(s.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      out += s[i] == '+' ? ' ' : s[i];
-    }
-  }
-  return out;
-}
-
-// The query items of the request line's target ("GET /?code=..&state=.. HTTP/1.1").
-std::optional<std::map<std::string, std::string>> queryOf(const std::string& head) {
-  const std::string line = head.substr(0, head.find("\r\n"));
-  const size_t sp1 = line.find(' ');
-  const size_t sp2 = line.find(' ', sp1 == std::string::npos ? 0 : sp1 + 1);
-  if (sp1 == std::string::npos || sp2 == std::string::npos) return std::nullopt;
-  const std::string target = line.substr(sp1 + 1, sp2 - sp1 - 1);
-  std::map<std::string, std::string> items;
-  const size_t q = target.find('?');
-  if (q == std::string::npos) return items;
-  std::string query = target.substr(q + 1);
-  query = query.substr(0, query.find('#'));
-  size_t at = 0;
-  while (at <= query.size()) {
-    const size_t amp = query.find('&', at);
-    const std::string pair = query.substr(at, amp == std::string::npos ? std::string::npos : amp - at);
-    const size_t eq = pair.find('=');
-    if (!pair.empty()) items.emplace(decoded(pair.substr(0, eq)), eq == std::string::npos ? "" : decoded(pair.substr(eq + 1)));
-    if (amp == std::string::npos) break;
-    at = amp + 1;
-  }
-  return items;
-}
 
 void hangUp(asio::ip::tcp::socket& socket) {
   asio::error_code ignored;
@@ -150,9 +112,8 @@ asio::awaitable<std::string> LoopbackListener::code(std::chrono::steady_clock::d
     current.reset();
     if (impl->expired) throw std::runtime_error(neverCameBack);
     const std::string head(asio::buffers_begin(buffer.data()), asio::buffers_end(buffer.data()));
-    const auto items = read && read != asio::error::not_found ? std::nullopt : queryOf(head);
-    const auto state = items ? items->find("state") : decltype(items->find("")){};
-    if (!items || state == items->end() || state->second != impl->state) {
+    const auto request = read && read != asio::error::not_found ? std::nullopt : RedirectRequest::parse(head);
+    if (!request || request->item("state") != impl->state) {
       // Not the studio's own request (a stray tab, a probe): turned away, and the wait goes on.
       {
         std::string words = "Tavorin did not ask for this. Go back to Tavorin and press Connect.";
@@ -161,15 +122,15 @@ asio::awaitable<std::string> LoopbackListener::code(std::chrono::steady_clock::d
       continue;
     }
     close();
-    if (const auto error = items->find("error"); error != items->end()) {
+    if (const auto error = request->item("error")) {
       {
-        std::string words = "Google said: " + error->second + ". You can close this tab.";
+        std::string words = "Google said: " + *error + ". You can close this tab.";
         co_await answer(socket, 200, std::move(words));
       }
-      throw std::runtime_error("Google said: " + error->second);
+      throw std::runtime_error("Google said: " + *error);
     }
-    const auto code = items->find("code");
-    if (code == items->end() || code->second.empty()) {
+    const auto code = request->item("code");
+    if (!code || code->empty()) {
       {
         std::string words = "No code came back from Google. Go back to Tavorin and press Connect.";
         co_await answer(socket, 400, std::move(words));
@@ -180,7 +141,7 @@ asio::awaitable<std::string> LoopbackListener::code(std::chrono::steady_clock::d
       std::string words = "Tavorin is connected. You can close this tab.";
       co_await answer(socket, 200, std::move(words));
     }
-    co_return code->second;
+    co_return *code;
   }
 }
 

@@ -205,6 +205,7 @@ JSONValue OperatorService::status() const {
       {"build", buildReport()},
       {"exportSheet", store_.showingExportSheet},
       {"exportSheetArmed", store_.exportSheetArmed},
+      {"fetchSheet", store_.showingFetchSheet},
       {"versionMenu", store_.showingVersionMenu},
       {"viewer", viewerReport()},
       {"production", productionReport()},

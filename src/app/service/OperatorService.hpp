@@ -175,6 +175,9 @@ class OperatorService {
 
   Answer reviseVerbs(const OperatorCommand& c, const OperatorArgs& a);
   Answer fetchVerbs(const OperatorCommand& c, const OperatorArgs& a);
+  // music.fetch and the fetch sheet's button alike: yt-dlp into music/, a bed where asked.
+  void startFetch(const std::string& url, std::optional<double> start, std::optional<double> end,
+                  std::optional<double> at);
   Answer publishVerbs(const OperatorCommand& c, const OperatorArgs& a);
   asio::awaitable<OperatorResult> youtubeConnect(const OperatorArgs& a);
   OperatorResult startPublish(const PublishRequest& request);

@@ -22,6 +22,7 @@ JSONValue OperatorService::flowReport() const {
                             {"slate", store_.showingSlate},
                             {"exportSheet", store_.showingExportSheet},
                             {"exportSheetArmed", store_.exportSheetArmed},
+                            {"fetchSheet", store_.showingFetchSheet},
                             // Lowering the sheet leaves a running export running; the sheet shows it again.
                             {"exportPhase", model().exporter() ? name(model().exporter()->phase()) : "idle"}});
 }
@@ -52,12 +53,9 @@ OperatorService::Answer OperatorService::navVerbs(const OperatorCommand& c, cons
     if (v == "export.youtube") store_.exportToYouTube();
     else store_.openExportSheet();
     JSONValue report = flowReport();
-    // Arming for YouTube needs footage to send, and the upload that follows the export.
-    if (v == "export.youtube") {
-      const auto missing = model().missingFootage();
-      // The sheet is armed; the upload follows through publish.youtube once the film is out.
-      if (missing) report.set("reason", *missing + ", so the sheet is not armed");
-    }
+    // Arming for YouTube needs footage to send; armed, the export's end starts the upload.
+    if (v == "export.youtube")
+      if (const auto missing = model().missingFootage()) report.set("reason", *missing + ", so the sheet is not armed");
     return OperatorResult::success(report);
   }
   if (v == "export.dismiss") {

@@ -7,6 +7,7 @@
 #include <asio/this_coro.hpp>
 
 #include <random>
+#include <utility>
 
 #include "app/model/AppStore.hpp"
 #include "app/publish/YouTubeAuth.hpp"
@@ -53,8 +54,7 @@ void OperatorService::registerPublish() {
     request.privacy = outside_->account.privacy();
     try {
       if (const auto refusal = request.refusal()) throw std::runtime_error(refusal.value());
-      if (outside_->publishPhase == Outside::PublishPhase::uploading)
-        throw std::runtime_error("an upload is already running");
+      if (outside_->publishBusy()) throw std::runtime_error("an upload is already running");
       startPublish(request);
     } catch (const std::exception& e) {
       m.note("upload refused: " + std::string(e.what()));
@@ -168,8 +168,7 @@ OperatorService::Answer OperatorService::publishVerbs(const OperatorCommand& c, 
 
   AppModel& m = model();
   if (!m.isOpen()) throw AppModel::Failure::cannotPublish("no production is open");
-  if (o.publishPhase == Outside::PublishPhase::uploading)
-    throw AppModel::Failure::cannotPublish("an upload is already running");
+  if (o.publishBusy()) throw AppModel::Failure::cannotPublish("an upload is already running");
   std::filesystem::path file;
   if (const auto given = a.path("file")) {
     file = *given;
@@ -212,8 +211,10 @@ OperatorResult OperatorService::startPublish(const PublishRequest& request) {
   o.publishFailure.reset();
   if (!o.uploader->isConfigured()) {
     o.publishPhase = Outside::PublishPhase::needsCredentials;
+    o.heldPublish = request;
     return OperatorResult::success(publishReport());
   }
+  o.heldPublish.reset();
   o.publishPhase = Outside::PublishPhase::uploading;
   o.publishProgress = 0;
   o.publishStarted = m.actor().now();
@@ -261,6 +262,9 @@ asio::awaitable<OperatorResult> OperatorService::youtubeConnect(const OperatorAr
   if (o.account.state() == YouTubeAccount::State::connecting) co_return OperatorResult::success(youtubeReport());
   o.account.connecting();
   model().note("connecting to YouTube");
+  // An upload waiting for credentials follows the sign-in it was waiting for.
+  if (o.publishPhase == Outside::PublishPhase::needsCredentials && o.heldPublish)
+    o.publishPhase = Outside::PublishPhase::connecting;
   auto executor = co_await asio::this_coro::executor;
   asio::co_spawn(executor, signIn(consent), asio::detached);
   co_return OperatorResult::success(youtubeReport());
@@ -304,6 +308,11 @@ asio::awaitable<void> OperatorService::signIn(bool consent) {
     o.listener.reset();
     o.account.failed(*failure);
     model().note("YouTube connect failed: " + *failure);
+    if (o.publishPhase == Outside::PublishPhase::connecting) {
+      o.heldPublish.reset();
+      o.publishPhase = Outside::PublishPhase::failed;
+      o.publishFailure = "YouTube connect failed: " + *failure;
+    }
     co_return;
   }
   // A channel that will not read leaves the account connected; Reconnect can widen the grant.
@@ -321,6 +330,18 @@ asio::awaitable<void> OperatorService::signIn(bool consent) {
   }
   o.account.connected(*channel, refusal);
   if (*channel) model().note("connected to YouTube as " + (*channel)->title);
+  if (o.publishPhase == Outside::PublishPhase::connecting && o.heldPublish) {
+    const PublishRequest held = *std::exchange(o.heldPublish, std::nullopt);
+    // The production may have closed or the film gone while the browser was open.
+    std::error_code ec;
+    if (!model().isOpen() || !std::filesystem::is_regular_file(held.file, ec)) {
+      o.publishPhase = Outside::PublishPhase::failed;
+      o.publishFailure = model().isOpen() ? "no file at " + held.file.string() : std::string("no production is open");
+      model().note("publish failed: " + *o.publishFailure);
+    } else {
+      startPublish(held);
+    }
+  }
 }
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop

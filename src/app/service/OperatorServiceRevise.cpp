@@ -43,6 +43,7 @@ OperatorService::Answer OperatorService::reviseVerbs(const OperatorCommand& c, c
 
 void OperatorService::registerFetch() {
   outside_->fetch.onFailure = [this](const std::string& text) { model().note("fetch failed: " + text); };
+  store_.fetchMusic = [this](const AppStore::FetchAsk& ask) { startFetch(ask.url, ask.start, ask.end, std::nullopt); };
   onBranch(&OperatorService::fetchVerbs, {"music.fetch", "music.fetch.status", "music.fetch.open"});
 }
 
@@ -54,7 +55,7 @@ JSONValue OperatorService::fetchReport() const {
                             {"failure", Reports::text(f.failure())},
                             {"output", f.output() ? JSONValue(f.output()->string()) : JSONValue()},
                             {"bed", Reports::text(outside_->fetchedBed)},
-                            {"open", outside_->fetchSheetOpen},
+                            {"open", store_.showingFetchSheet},
                             {"ytdlp", f.ytdlpPath().string()}});
 }
 
@@ -63,9 +64,8 @@ OperatorService::Answer OperatorService::fetchVerbs(const OperatorCommand& c, co
   if (v == "music.fetch.status") return OperatorResult::success(fetchReport());
   if (v == "music.fetch.open") {
     // The sheet that asks for a URL; closing it leaves a running fetch running.
-    const auto close = a.flag("close");
-    if (!close.value_or(false) && !model().isOpen()) throw AppModel::Failure::noProduction();
-    outside_->fetchSheetOpen = !close.value_or(false);
+    if (a.flag("close").value_or(false)) store_.dismissFetchSheet();
+    else store_.openFetchSheet();
     return OperatorResult::success(fetchReport());
   }
   if (v != "music.fetch") return std::nullopt;
@@ -73,14 +73,17 @@ OperatorService::Answer OperatorService::fetchVerbs(const OperatorCommand& c, co
   if (!url)
     return OperatorResult::failure(
         "music.fetch needs url=<youtube or other URL> [start=<seconds>] [end=<seconds>] [at=<seconds>]");
-  const auto start = a.number("start");
-  const auto end = a.number("end");
-  const auto at = a.number("at");
+  startFetch(*url, a.number("start"), a.number("end"), a.number("at"));
+  return OperatorResult::success(fetchReport());
+}
+
+void OperatorService::startFetch(const std::string& url, std::optional<double> start, std::optional<double> end,
+                                 std::optional<double> at) {
   AppModel& m = model();
   if (!m.isOpen()) throw AppModel::Failure::noProduction();
   m.requireEditable();
   const std::filesystem::path dir = *m.baseDir();
-  outside_->fetch.start(*url, dir / "music", start, end, [this, dir, at, source = *url](const std::filesystem::path& file) {
+  outside_->fetch.start(url, dir / "music", start, end, [this, dir, at, source = url](const std::filesystem::path& file) {
     AppModel& now = model();
     // The bed belongs to the production that asked; the file stays in its music folder either way.
     if (!now.baseDir() || *now.baseDir() != dir)
@@ -91,11 +94,10 @@ OperatorService::Answer OperatorService::fetchVerbs(const OperatorCommand& c, co
     const std::string id = now.addMusic(file.filename().string(), seconds, at);
     now.setMusicSource(id, source);
     outside_->fetchedBed = id;
-    outside_->fetchSheetOpen = false;
+    store_.dismissFetchSheet();
   });
   outside_->fetchedBed.reset();
-  m.note("fetching " + *url);
-  return OperatorResult::success(fetchReport());
+  m.note("fetching " + url);
 }
 
 }  // namespace tavorin

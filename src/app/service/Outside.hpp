@@ -38,9 +38,12 @@ struct Outside {
   std::optional<std::string> publishTitle;
   std::optional<std::string> publishFile;
   std::chrono::steady_clock::time_point publishStarted;
+  // The upload that found no credentials, sent on its own once a sign-in succeeds.
+  std::optional<PublishRequest> heldPublish;
+  // Connecting or uploading: either way a second publish must wait.
+  bool publishBusy() const { return publishPhase == PublishPhase::connecting || publishPhase == PublishPhase::uploading; }
 
   std::optional<std::string> fetchedBed;  // the bed the last fetch laid
-  bool fetchSheetOpen = false;
 
   // The sign-in in flight, waiting for the browser to come back.
   std::unique_ptr<LoopbackListener> listener;

@@ -195,6 +195,59 @@ TEST_F(AppModelExportTest, TheEndOfARunIsHeardAndItsPaceLearnedForTheEstimate) {
   EXPECT_EQ(heard.size(), 2u);
 }
 
+TEST_F(AppModelExportTest, AFinishedFilmGoesToItsDestinationAndExportKeepsTheOriginal) {
+  shoot(take("t1", "2026-02-16T10:00:00Z"));
+  std::vector<fs::path> uploads;
+  model.onExportDelivered = [&](const fs::path& film) { uploads.push_back(film); };
+  // Each run ends with a film in export/, as ffmpeg would leave it.
+  auto run = [&](const std::string& bytes) {
+    model.forgetFinishedExport();
+    const fs::path out = model.exportFilm();
+    test::writeFile(out, bytes);
+    fake->end(FilmExporter::Phase::done);
+    actor.drain();
+    return out;
+  };
+
+  model.setExportDestination(ExportDestination::clipboard);
+  const fs::path film = run("first");
+  EXPECT_EQ(pasteboard.read(AppModel::filmPasteboardType), "file://" + film.string() + "\r\n");
+  EXPECT_EQ(model.events().back(), "the export is on the clipboard");
+  EXPECT_EQ(model.toasts().toasts().front().text, "Export copied. Paste it anywhere.");
+
+  // File with no folder chosen: the film stays in export/ and nothing claims a copy.
+  model.setExportDestination(ExportDestination::file);
+  run("second");
+  EXPECT_EQ(model.events().back(), "exported launch.mp4");
+
+  const fs::path chosen = tmp / "Desktop/films";
+  model.chooseDeliveryFolder(chosen);
+  run("third");
+  EXPECT_EQ(model.events().back(), "copied to " + (chosen / "launch.mp4").string());
+  EXPECT_EQ(test::readFile(chosen / "launch.mp4"), "third");
+  run("fourth");  // a second copy replaces the first
+  EXPECT_EQ(test::readFile(chosen / "launch.mp4"), "fourth");
+
+  // A folder that cannot be made fails the copy by name; export/ still holds the film.
+  test::writeFile(tmp / "blocked", "a file where the folder would be");
+  model.chooseDeliveryFolder(tmp / "blocked/films");
+  run("fifth");
+  EXPECT_EQ(model.events().back().rfind("the copy to " + (tmp / "blocked/films").string() + " failed: ", 0), 0u)
+      << model.events().back();
+  EXPECT_EQ(model.toasts().toasts().front().kind, Toast::Kind::failure);
+  EXPECT_EQ(test::readFile(film), "fifth");
+
+  // Only YouTube hands the film on, and only a finished one.
+  EXPECT_TRUE(uploads.empty());
+  model.setExportDestination(ExportDestination::youtube);
+  model.forgetFinishedExport();
+  model.exportFilm();
+  fake->end(FilmExporter::Phase::failed);
+  EXPECT_TRUE(uploads.empty());
+  run("sixth");
+  EXPECT_EQ(uploads, std::vector<fs::path>{film});
+}
+
 TEST_F(AppModelExportTest, AMutedSetStaysMutedForTheNextLaunch) {
   test::ScopedEnv support{"TAVORIN_SUPPORT", (tmp / "support").string()};
   int heard = 0;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <thread>
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
@@ -408,4 +409,46 @@ TEST_F(OperatorServiceTest, LinesReportsEachLinesPlaceVoiceAndState) {
   EXPECT_EQ(approved["approved"]->boolValue(), true);
   EXPECT_EQ(approved["approveMark"]->stringValue(), "✓");
   EXPECT_EQ(approved["drifted"]->boolValue(), false);
+}
+
+TEST_F(OperatorServiceTest, TheFetchSheetTakesATypedSliceAndClosesWhenItsBedLands) {
+  EXPECT_EQ(error("music.fetch.open"), test::refusal([] { throw AppModel::Failure::noProduction(); }));
+  // A yt-dlp that writes down the slice it was asked for and makes three seconds of it.
+  test::ScopedEnv home("HOME", (tmp / "home").string());
+  const fs::path asked = tmp / "asked";
+  test::writeFile(tmp / "home/.local/bin/yt-dlp",
+                  "#!/bin/sh\nout=''\n"
+                  "while [ $# -gt 0 ]; do case \"$1\" in -o) out=\"$2\"; shift 2;;"
+                  " --download-sections) printf '%s' \"$2\" > '" + asked.string() + "'; shift 2;; *) shift;; esac; done\n"
+                  "exec ffmpeg -v error -y -f lavfi -i sine=frequency=330:duration=3 -c:a libmp3lame \"${out%.%(ext)s}.mp3\"\n");
+  fs::permissions(tmp / "home/.local/bin/yt-dlp", fs::perms::owner_all);
+  openSample();
+
+  EXPECT_EQ(*data("music.fetch.open")["open"], JSONValue(true));
+  EXPECT_EQ(*data("status")["fetchSheet"], JSONValue(true));
+  EXPECT_EQ(model.events().back(), "fetch sheet up");
+  EXPECT_TRUE(call("flow.end").ok);  // Escape puts it away like any sheet
+  EXPECT_EQ(*data("music.fetch.status")["open"], JSONValue(false));
+  EXPECT_EQ(model.events().back(), "fetch sheet dismissed");
+
+  data("music.fetch.open");
+  EXPECT_EQ(test::refusal([&] { store.fetchFromSheet(); }), "type the URL of the audio to fetch");
+  store.fetchAsk = {"  https://www.youtube.com/watch?v=x ", 1, 4};
+  model.setPlayhead(2);
+  store.fetchFromSheet();
+  JSONValue status = data("music.fetch.status");
+  EXPECT_EQ(*status["url"], JSONValue("https://www.youtube.com/watch?v=x"));
+  // yt-dlp is a real child here: its end is waited for, each poll draining the actor.
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (*status["phase"] == JSONValue("fetching") && std::chrono::steady_clock::now() < limit) {
+    std::this_thread::yield();
+    status = data("music.fetch.status");
+  }
+  ASSERT_EQ(*status["phase"], JSONValue("done")) << status.encode();
+  EXPECT_EQ(test::readFile(asked), "*0:00:01-0:00:04");
+  EXPECT_EQ(*status["open"], JSONValue(false));
+  const auto& timeline = model.recording().timeline;
+  const auto bed = std::find_if(timeline.begin(), timeline.end(), [](const auto& item) { return item.id == "m1"; });
+  ASSERT_NE(bed, timeline.end());
+  EXPECT_EQ(bed->start, 2);
 }
