@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 
 #include "app/model/AppStore.hpp"
 #include "app/service/OperatorService.hpp"
@@ -22,7 +23,7 @@ namespace tavorin {
 
 namespace {
 
-constexpr double sheetTop = 44 + 24;
+constexpr double sheetTop = 44 + 24;  // under the top bar
 constexpr float labelColumn = 110;
 
 std::string megabytes(long long bytes) {
@@ -81,7 +82,6 @@ void Surfaces::drawExportSheet(double width, double height) {
   ImGui::TextUnformatted(takeSays.c_str());
   note("export.take", "readout", takeSays, "The film comes from this take: the monitor's when complete, else the newest.");
   const Footage::Answer film = model_.exportFootage();
-  const std::optional<int> nativeHeight = film.size ? std::optional<int>(int(film.size->height)) : std::nullopt;
 
   rowLabel("Format");
   for (ExportFormat f : {ExportFormat::mp4, ExportFormat::gif}) {
@@ -96,9 +96,10 @@ void Surfaces::drawExportSheet(double width, double height) {
 
   rowLabel("Size");
   const std::string sizeNow = Export::sizeId(target);
+  // A size only takes height away: one above the film's is not offered.
+  const int tallest = film.size ? int(film.size->height) : std::numeric_limits<int>::max();
   for (const ExportSizeChoice& c : Export::sizes()) {
-    // A size only takes height away: one above the film's is not offered.
-    const bool fits = !c.height || !nativeHeight || *c.height <= *nativeHeight;
+    const bool fits = c.height.value_or(0) <= tallest;
     if (choice("export.size." + c.id, c.title, fits ? "Lines of picture the file comes out at." : "Taller than the film.",
                sizeNow == c.id, fits && !running))
       act([&] { model_.setExportHeight(c.height); });
@@ -437,7 +438,7 @@ void Surfaces::drawFetchSheet(double width, double height) {
   (void)height;
   const double w = 520, h = 230;
   ImGui::SetNextWindowFocus();
-  beginPanel("fetch.sheet", "Fetch audio", (width - w) / 2, topBarHeight + 24, w, h, false, true);
+  beginPanel("fetch.sheet", "Fetch audio", (width - w) / 2, sheetTop, w, h, false, true);
   ImGui::PushFont(theme_.heading);
   ImGui::TextUnformatted("Fetch audio");
   ImGui::PopFont();

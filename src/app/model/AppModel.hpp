@@ -530,6 +530,9 @@ class AppModel {
   FilmExporter* exporter() const { return exporter_.get(); }
   // Where a finished export goes when its destination is YouTube: the upload.
   std::function<void(const std::filesystem::path&)> onExportDelivered;
+  // Another production opened, or the finished export was put aside: what the last
+  // upload came to is no longer this film's news.
+  std::function<void()> onPublishForgotten;
   // Hands a finished film to the export's destination: YouTube uploads it, Clipboard
   // puts it on the pasteboard, File copies it into the chosen folder. export/ keeps
   // the original whatever happens to the copy.

@@ -64,6 +64,7 @@ void AppModel::useExporter(std::unique_ptr<FilmExporter> exporter) {
 
 void AppModel::forgetFinishedExport() {
   if (exporter_) exporter_->forgetFinished();
+  if (onPublishForgotten) onPublishForgotten();
 }
 
 bool AppModel::exportRunning() const { return exporter_ && exporter_->phase() == FilmExporter::Phase::running; }

@@ -56,6 +56,7 @@ Recording AppModel::open(const fs::path& dir) {
   pushedThisTurn_ = false;
   pendingName_.reset();
   pendingMerge_ = false;
+  if (onPublishForgotten) onPublishForgotten();
   storeUnrecorded(rec);
 
   baseDir_ = dir;

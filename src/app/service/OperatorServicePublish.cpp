@@ -60,6 +60,17 @@ void OperatorService::registerPublish() {
       m.note("upload refused: " + std::string(e.what()));
     }
   };
+  // A finished or refused upload stands until the next production or export; one on
+  // its way goes on, and an upload still waiting for a sign-in is dropped.
+  model().onPublishForgotten = [this] {
+    Outside& o = *outside_;
+    if (o.publishPhase == Outside::PublishPhase::uploading) return;
+    o.heldPublish.reset();
+    o.publishPhase = Outside::PublishPhase::idle;
+    o.publishProgress = 0;
+    o.videoId.reset();
+    o.publishFailure.reset();
+  };
   onBranch(&OperatorService::publishVerbs,
            {"publish.youtube", "youtube", "youtube.disconnect", "youtube.privacy", "publish.status"});
   on("youtube.connect", [this](const OperatorCommand&, const OperatorArgs& a) { return youtubeConnect(a); });

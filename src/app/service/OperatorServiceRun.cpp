@@ -51,7 +51,12 @@ JSONValue policyJSON(const std::optional<AgentPolicy>& policy) {
 
 }  // namespace
 
-OperatorService::~OperatorService() { model().clearStage = nullptr; }
+OperatorService::~OperatorService() {
+  // The model may outlive the service; nothing of it may call back into a service gone.
+  model().clearStage = nullptr;
+  model().onExportDelivered = nullptr;
+  model().onPublishForgotten = nullptr;
+}
 
 void OperatorService::useStage(std::unique_ptr<Stage> stage) { stage_ = std::move(stage); }
 

@@ -202,6 +202,10 @@ TEST_F(OperatorServicePublishTest, AnExportArmedForYouTubeUploadsItselfWhenItEnd
   turn();
   EXPECT_EQ(google.received, film);
   EXPECT_EQ(publishState(), "done");
+  // The news stands until the finished export is put aside.
+  data("export.dismiss");
+  EXPECT_EQ(publishState(), "idle");
+  EXPECT_TRUE(data("publish.status")["url"]->isNull());
 }
 
 TEST_F(OperatorServicePublishTest, AnUploadWithoutATokenConnectsFirstThenGoesOnItsOwn) {
@@ -255,4 +259,7 @@ TEST_F(OperatorServicePublishTest, ASignInThatFailsFailsTheHeldUploadAndSendsNot
   EXPECT_EQ(*status["failure"]->stringValue(), "YouTube connect failed: Google said: access_denied");
   EXPECT_TRUE(heard("YouTube connect failed: Google said: access_denied"));
   EXPECT_TRUE(google.received.empty());
+  // Another production starts with no upload's news.
+  data("recording.new", {{"title", "Other"}});
+  EXPECT_EQ(publishState(), "idle");
 }
