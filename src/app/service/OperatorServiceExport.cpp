@@ -202,6 +202,13 @@ OperatorService::Answer OperatorService::exportVerbs(const OperatorCommand& c, c
       m.note("upload cancelled");
       return OperatorResult::success(publishReport());
     }
+    // An upload still waiting for a sign-in is dropped; the sign-in itself goes on.
+    if (!m.exportRunning() && outside_->heldPublish) {
+      outside_->heldPublish.reset();
+      outside_->publishPhase = Outside::PublishPhase::idle;
+      m.note("upload cancelled");
+      return OperatorResult::success(publishReport());
+    }
     m.cancelExport();
     return OperatorResult::success(exportStatusReport());
   }

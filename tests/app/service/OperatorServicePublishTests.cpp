@@ -263,3 +263,23 @@ TEST_F(OperatorServicePublishTest, ASignInThatFailsFailsTheHeldUploadAndSendsNot
   data("recording.new", {{"title", "Other"}});
   EXPECT_EQ(publishState(), "idle");
 }
+
+TEST_F(OperatorServicePublishTest, CancelDropsAnUploadWaitingForItsSignIn) {
+  armed();
+  data("export");
+  exporter->finish("film");
+  turn();
+  data("youtube.connect");
+  ASSERT_EQ(publishState(), "connecting");
+  data("export.cancel");
+  EXPECT_EQ(publishState(), "idle");
+  EXPECT_TRUE(heard("upload cancelled"));
+  // The sign-in still lands, and sends nothing of its own.
+  auto page = std::async(std::launch::async, [&] {
+    return browse(queryItem(opened, "redirect_uri") + "/?code=" + google.code + "&state=" + queryItem(opened, "state"));
+  });
+  ASSERT_TRUE(pumpUntil([&] { return *data("youtube")["state"]->stringValue() == "connected"; }));
+  page.get();
+  EXPECT_EQ(publishState(), "idle");
+  EXPECT_TRUE(google.received.empty());
+}
