@@ -104,8 +104,9 @@ TEST_F(RunEndToEnd, ARehearsalPerformsOnTheDisplayReportsItsPhasesAndAbortsAtOnc
   const auto took = std::chrono::steady_clock::now() - cut;
   EXPECT_EQ(aborted["running"]->boolValue(), false);
   EXPECT_EQ(str(aborted, "report"), "aborted after 7 of 9 steps");
-  // The answer includes tavorinctl's own start; the stop itself is inside it.
-  EXPECT_LT(took, 200ms) << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms";
+  // The step in force waits 30 s; the answer, tavorinctl's own start included, comes
+  // well before (the sanitizers on a busy machine slow the start alone to half a second).
+  EXPECT_LT(took, 3s) << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms";
   std::this_thread::sleep_for(300ms);
   EXPECT_EQ(ok({"run.status"})["done"]->intValue(), 7);
   // The studio answers on.

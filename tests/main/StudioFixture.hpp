@@ -36,7 +36,8 @@ class StudioFixture : public ::testing::Test {
   void launch() {
     std::filesystem::remove(dir / "data/Tavorin/operator.json");
     app = spawn(programs() / "tavorin", {}, env, dir.path());
-    ASSERT_TRUE(waitForFile(dir / "data/Tavorin/operator.json", std::chrono::seconds(10))) << readFile(app.err);
+    // Generous: a window on software GL under the sanitizers, beside other such tests, starts slowly.
+    ASSERT_TRUE(waitForFile(dir / "data/Tavorin/operator.json", std::chrono::seconds(40))) << readFile(app.err);
   }
   void kill(int signal = SIGKILL) {
     if (app.pid > 0 && waitFor(app.pid, std::chrono::milliseconds(0)) == -1) {

@@ -334,7 +334,7 @@ TEST_F(WindowEndToEnd, ASnapshotRunPhotographsTheWindowAndEnds) {
   // (unloaded by then) and libdbus leave allocations of their own that would change it.
   env.push_back("ASAN_OPTIONS=detect_leaks=0");
   app = test::spawn(test::programs() / "tavorin", {}, env, dir.path());
-  EXPECT_EQ(test::waitFor(app.pid, 10s), 0) << test::readFile(app.err);
+  EXPECT_EQ(test::waitFor(app.pid, 40s), 0) << test::readFile(app.err);
   const Picture p = load(png);
   EXPECT_EQ(p.width, 1232);
   EXPECT_EQ(p.height, 752);
