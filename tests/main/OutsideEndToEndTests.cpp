@@ -7,11 +7,14 @@
 #include <thread>
 
 #include "../app/publish/FakeGoogle.hpp"
+#include "Loopback.hpp"
 #include "StudioFixture.hpp"
 
 using namespace tavorin;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
+using test::browse;
+using test::queryItem;
 
 namespace {
 
@@ -36,35 +39,6 @@ class OutsideEndToEnd : public test::StudioFixture {
     return report;
   }
 };
-
-// One request to the studio's redirect listener, as the browser makes it; the page it answers.
-std::string browse(const std::string& url) {
-  const std::string command = "curl -s --max-time 5 '" + url + "'";
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buffer[1024];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
-    pclose(p);
-  }
-  return out;
-}
-
-std::string queryItem(const std::string& url, const std::string& key) {
-  const size_t at = url.find(key + "=");
-  if (at == std::string::npos) return "";
-  const size_t end = url.find('&', at);
-  std::string raw = url.substr(at + key.size() + 1, end == std::string::npos ? std::string::npos : end - at - key.size() - 1);
-  std::string out;
-  for (size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] == '%' && i + 2 < raw.size()) {
-      out += char(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      out += raw[i];
-    }
-  }
-  return out;
-}
 
 }  // namespace
 

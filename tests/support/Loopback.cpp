@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 namespace tavorin::test {
@@ -86,6 +87,35 @@ void LineClient::shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
 bool LineClient::closedByPeer() {
   char c;
   return ::recv(fd_, &c, 1, 0) == 0;
+}
+
+std::string browse(const std::string& url) {
+  std::string out;
+  if (FILE* p = popen(("curl -s --max-time 5 '" + url + "'").c_str(), "r")) {
+    char buffer[1024];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
+    pclose(p);
+  }
+  return out;
+}
+
+std::string queryItem(const std::string& url, const std::string& key) {
+  size_t at = url.find("?" + key + "=");
+  if (at == std::string::npos) at = url.find("&" + key + "=");
+  if (at == std::string::npos) return "";
+  at += key.size() + 2;
+  const size_t end = url.find('&', at);
+  const std::string raw = url.substr(at, end == std::string::npos ? std::string::npos : end - at);
+  std::string decoded;
+  for (size_t i = 0; i < raw.size(); ++i) {
+    if (raw[i] == '%' && i + 2 < raw.size()) {
+      decoded += char(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      decoded += raw[i];
+    }
+  }
+  return decoded;
 }
 
 }  // namespace tavorin::test

@@ -45,4 +45,9 @@ class LineClient {
   std::string pending_;
 };
 
+// One request to a redirect listener on loopback, as a browser makes it; the page it answers.
+std::string browse(const std::string& url);
+// The percent-decoded value of `key` in a URL's query; empty when it has none.
+std::string queryItem(const std::string& url, const std::string& key);
+
 }  // namespace tavorin::test

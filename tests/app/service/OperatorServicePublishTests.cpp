@@ -10,6 +10,7 @@
 #include <future>
 
 #include "../publish/FakeGoogle.hpp"
+#include "Loopback.hpp"
 #include "TestSupport.hpp"
 #include "app/model/AppStore.hpp"
 #include "app/model/ManualMainActor.hpp"
@@ -23,6 +24,8 @@
 using namespace tavorin;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
+using test::browse;
+using test::queryItem;
 
 namespace {
 
@@ -52,33 +55,6 @@ struct FinishingExporter : FilmExporter {
     if (onEnd) onEnd(state);
   }
 };
-
-std::string browse(const std::string& url) {
-  std::string out;
-  if (FILE* p = popen(("curl -s --max-time 5 '" + url + "'").c_str(), "r")) {
-    char buffer[1024];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
-    pclose(p);
-  }
-  return out;
-}
-
-std::string queryItem(const std::string& url, const std::string& key) {
-  const size_t at = url.find("&" + key + "=") != std::string::npos ? url.find("&" + key + "=") + 1
-                                                                    : url.find("?" + key + "=") + 1;
-  const size_t end = url.find('&', at);
-  std::string raw = url.substr(at + key.size() + 1, end == std::string::npos ? std::string::npos : end - at - key.size() - 1);
-  std::string decoded;
-  for (size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] == '%' && i + 2 < raw.size()) {
-      decoded += char(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      decoded += raw[i];
-    }
-  }
-  return decoded;
-}
 
 class OperatorServicePublishTest : public ::testing::Test {
  protected:
@@ -145,6 +121,15 @@ class OperatorServicePublishTest : public ::testing::Test {
     EXPECT_EQ(*flow["exportSheetArmed"], JSONValue(true));
     EXPECT_EQ(model.events().back(), "export sheet up, armed for YouTube");
     EXPECT_EQ(model.exportTarget().effectiveDestination(), ExportDestination::youtube);
+  }
+  // An armed export that ended without a token, and the sign-in it waits for begun.
+  void uploadWaitingForSignIn() {
+    armed();
+    data("export");
+    exporter->finish("film");
+    turn();
+    data("youtube.connect");
+    ASSERT_EQ(publishState(), "connecting");
   }
   void saveToken() {
     YouTubeToken token{google.access, google.refreshToken, std::chrono::system_clock::now() + 1h};
@@ -243,12 +228,7 @@ TEST_F(OperatorServicePublishTest, AnUploadWithoutATokenConnectsFirstThenGoesOnI
 }
 
 TEST_F(OperatorServicePublishTest, ASignInThatFailsFailsTheHeldUploadAndSendsNothing) {
-  armed();
-  data("export");
-  exporter->finish("film");
-  turn();
-  data("youtube.connect");
-  ASSERT_EQ(publishState(), "connecting");
+  uploadWaitingForSignIn();
   auto page = std::async(std::launch::async, [&] {
     return browse(queryItem(opened, "redirect_uri") + "/?error=access_denied&state=" + queryItem(opened, "state"));
   });
@@ -265,12 +245,7 @@ TEST_F(OperatorServicePublishTest, ASignInThatFailsFailsTheHeldUploadAndSendsNot
 }
 
 TEST_F(OperatorServicePublishTest, CancelDropsAnUploadWaitingForItsSignIn) {
-  armed();
-  data("export");
-  exporter->finish("film");
-  turn();
-  data("youtube.connect");
-  ASSERT_EQ(publishState(), "connecting");
+  uploadWaitingForSignIn();
   data("export.cancel");
   EXPECT_EQ(publishState(), "idle");
   EXPECT_TRUE(heard("upload cancelled"));
