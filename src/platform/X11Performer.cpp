@@ -207,8 +207,9 @@ struct X11Performer::Connection {
   }
 
   // The keycode that gives `sym`, and whether shift is needed for it. A symbol the
-  // layout lacks is put on a spare keycode until the key is needed again.
-  std::pair<KeyCode, bool> code(KeySym sym, const std::string& step) {
+  // layout lacks is put on a spare keycode until the key is needed again; `lentNow`
+  // says whether this call did so.
+  std::pair<KeyCode, bool> code(KeySym sym, const std::string& step, bool* lentNow = nullptr) {
     if (SpareKey* key = lentFor(sym)) {
       key->pressed = Clock::now();
       return {key->code, false};
@@ -223,6 +224,7 @@ struct X11Performer::Connection {
     XChangeKeyboardMapping(display, key->code, 2, both, 1);
     key->sym = sym;
     key->pressed = Clock::now();
+    if (lentNow) *lentNow = true;
     return {key->code, false};
   }
 };
@@ -355,9 +357,7 @@ void X11Performer::type(const std::string& text) {
           flush();
           pause(wait);
         }
-        const bool wasLent = x.lentFor(sym) != nullptr || x.inLayout(sym);
-        batch.push_back(x.code(sym, step));
-        newlyLent = newlyLent || !wasLent;
+        batch.push_back(x.code(sym, step, &newlyLent));
       }
       flush();
       if (to < points.size()) pause(options_.typePause);
