@@ -37,7 +37,17 @@ class StudioFixture : public ::testing::Test {
     std::filesystem::remove(dir / "data/Tavorin/operator.json");
     app = spawn(programs() / "tavorin", {}, env, dir.path());
     // Generous: a window on software GL under the sanitizers, beside other such tests, starts slowly.
-    ASSERT_TRUE(waitForFile(dir / "data/Tavorin/operator.json", std::chrono::seconds(40))) << readFile(app.err);
+    ASSERT_TRUE(waitForFile(dir / "data/Tavorin/operator.json", std::chrono::seconds(40))) << whyNotListening();
+  }
+  // What a studio that never published its control file left to go on.
+  std::string whyNotListening() {
+    const int status = waitFor(app.pid, std::chrono::milliseconds(0));
+    std::string out = status == -1 ? "the studio is still running" : "the studio ended with " + std::to_string(status);
+    if (status != -1) app.pid = -1;  // reaped: nothing left for the teardown to stop
+    std::error_code ec;
+    const auto space = std::filesystem::space(dir.path(), ec);
+    if (!ec) out += "; " + std::to_string(space.available >> 20) + " MiB free beside the test";
+    return out + "; its standard error: " + readFile(app.err);
   }
   void kill(int signal = SIGKILL) {
     if (app.pid > 0 && waitFor(app.pid, std::chrono::milliseconds(0)) == -1) {

@@ -144,6 +144,18 @@ TEST_F(TavorinProcess, NoOperatorMeansNoServerAndNoControlFile) {
   EXPECT_EQ(waitFor(app_.pid, 3000ms), 0);
 }
 
+TEST_F(TavorinProcess, AControlFileThatCannotBeWrittenIsSaidAndAHeadlessStudioEnds) {
+  // The data folder is a file, so the control file has nowhere to go.
+  test::writeFile(dir_ / "blocked", "");
+  for (auto& entry : env_)
+    if (entry.starts_with("XDG_DATA_HOME=")) entry = "XDG_DATA_HOME=" + (dir_ / "blocked").string();
+  launch();
+  EXPECT_EQ(waitFor(app_.pid, 5000ms), 1);
+  const std::string err = test::readFile(app_.err);
+  EXPECT_EQ(err.rfind("tavorin: operator server failed: can't create " + (dir_ / "blocked/Tavorin").string(), 0), 0u)
+      << err;
+}
+
 TEST_F(TavorinProcess, ASnapshotRunSaysThereIsNoWindowAndEnds) {
   launch({"TAVORIN_SNAPSHOT=" + (dir_ / "shot.png").string()});
   EXPECT_EQ(waitFor(app_.pid, 5000ms), 0);

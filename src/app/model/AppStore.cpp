@@ -67,10 +67,11 @@ void AppStore::seedIfEmpty() {
   if (!fixture) return;
   try {
     library_.seedDemo(*fixture, "demo", "halden-demo");
-  } catch (const std::exception&) {
+    production_.note("seeded ~/Tavorin with the demo project");
+  } catch (const std::exception& e) {
     // A failed seed leaves an empty library, which is a working one.
+    production_.note(std::string("the demo project could not be seeded: ") + e.what());
   }
-  production_.note("seeded ~/Tavorin with the demo project");
 }
 
 void AppStore::resume() {

@@ -72,6 +72,7 @@ void AppDelegate::applicationDidFinishLaunching(const std::vector<std::string>& 
   store_->bootstrap(arguments);
   openWindow();
   startOperator();
+  if (terminated_) return;
   raisePermissions();
 
   if (auto path = Environment::value("TAVORIN_SNAPSHOT")) scheduleSnapshot(*path);
@@ -113,7 +114,13 @@ void AppDelegate::startOperator() {
     const int port = server_->start(true);
     model_->note("operator listening on 127.0.0.1:" + std::to_string(port));
   } catch (const std::exception& e) {
-    model_->note(std::string("operator server failed: ") + e.what());
+    // Only the one who launched the studio can hear this: no tavorinctl can reach it.
+    const std::string line = std::string("operator server failed: ") + e.what();
+    model_->note(line);
+    std::fprintf(stderr, "tavorin: %s\n", line.c_str());
+    server_->stop();
+    // Headless, a studio nothing can talk to would only sit there.
+    if (!window_) terminate(1);
   }
 }
 
