@@ -26,7 +26,7 @@ void syncFolder(const fs::path& folder) {
 
 }  // namespace
 
-void AtomicFile::write(const fs::path& file, const std::string& text, Access access) {
+void AtomicFile::write(const fs::path& file, const std::string& text, Access access, Durability durability) {
   const fs::path folder = file.parent_path();
   std::string temp = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
   const int fd = ::mkstemp(temp.data());
@@ -52,7 +52,7 @@ void AtomicFile::write(const fs::path& file, const std::string& text, Access acc
   // Sync before the rename and the folder after it: a kill -9 cannot tell the
   // difference, but after a power cut the rename could otherwise be on disk
   // before the bytes it names, leaving an empty or torn document.
-  if (::fsync(fd) != 0) abandon(std::strerror(errno));
+  if (durability == Durability::disk && ::fsync(fd) != 0) abandon(std::strerror(errno));
   if (::close(fd) != 0) {
     const std::string why = std::strerror(errno);
     ::unlink(temp.c_str());
@@ -63,7 +63,7 @@ void AtomicFile::write(const fs::path& file, const std::string& text, Access acc
     ::unlink(temp.c_str());
     throw std::runtime_error(failure(file, why));
   }
-  syncFolder(folder);
+  if (durability == Durability::disk) syncFolder(folder);
 }
 
 }  // namespace tavorin

@@ -10,11 +10,16 @@ namespace tavorin {
 namespace AtomicFile {
 
 enum class Access { shared, privateToUser };
+// `whileRunning` skips the syncs, for a file that means nothing once the process is
+// gone (the control file): a power cut cannot hurt it, and a busy disk's sync
+// would hold up the studio's start.
+enum class Durability { disk, whileRunning };
 
 // Throws a finished sentence ("could not write <file>: <reason>") on failure and
 // leaves no temporary file behind. `privateToUser` makes the file 0600 from its
 // first byte, for secrets.
-void write(const std::filesystem::path& file, const std::string& text, Access access = Access::shared);
+void write(const std::filesystem::path& file, const std::string& text, Access access = Access::shared,
+           Durability durability = Durability::disk);
 
 }  // namespace AtomicFile
 

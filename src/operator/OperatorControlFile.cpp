@@ -66,7 +66,7 @@ void OperatorControlFile::write(const fs::path& file) const {
                                                {"pid", static_cast<long long>(pid)}})
                                .encode();
   // The token is a secret: the file is private from its first byte.
-  AtomicFile::write(file, text, AtomicFile::Access::privateToUser);
+  AtomicFile::write(file, text, AtomicFile::Access::privateToUser, AtomicFile::Durability::whileRunning);
 }
 
 void OperatorControlFile::remove(const fs::path& file) noexcept {
