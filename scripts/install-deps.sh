@@ -31,6 +31,8 @@ packages=(
   yt-dlp curl
   # The window: Dear ImGui on SDL2 and OpenGL.
   libimgui-dev libgl-dev libgl1-mesa-dri
+  # The export sheet's save panel: the desktop's folder chooser.
+  zenity
 )
 
 missing=()

@@ -10,7 +10,7 @@ std::optional<FramePacer::Clock::time_point> FramePacer::next() const {
   if (owed_ == 0 && !animating_) return std::nullopt;
   // The first frame, and the first after a quiet spell, is drawn at once.
   if (!last_) return Clock::time_point::min();
-  return *last_ + interval_;
+  return *last_ + (owed_ > 0 ? interval_ : std::max(interval_, pace_));
 }
 
 bool FramePacer::due(Clock::time_point now) const {

@@ -16,8 +16,13 @@ class FramePacer {
 
   // Asks for `frames` more frames (widgets settle over a frame or two after input).
   void request(int frames = 1);
-  // While something plays or animates, a frame every interval.
-  void setAnimating(bool animating) { animating_ = animating; }
+  // While something plays or animates, a frame every interval, or every `pace` when
+  // the motion has a slower rate of its own (a film plays at its frame rate); frames
+  // owed to input still come at the interval.
+  void setAnimating(bool animating, Clock::duration pace = Clock::duration::zero()) {
+    animating_ = animating;
+    pace_ = pace;
+  }
   bool animating() const { return animating_; }
 
   // When the next frame is due; nothing when none is owed, so the loop may sleep.
@@ -31,6 +36,7 @@ class FramePacer {
   std::optional<Clock::time_point> last_;
   int owed_ = 0;
   bool animating_ = false;
+  Clock::duration pace_ = Clock::duration::zero();
 };
 
 }  // namespace tavorin

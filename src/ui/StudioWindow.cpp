@@ -254,7 +254,7 @@ void StudioWindow::run() {
   auto turn = [this, &s] {
     ++s.ownWakeups;
     s.pumpEvents(close_);
-    s.pacer.setAnimating(s.surfaces.animating());
+    s.pacer.setAnimating(s.surfaces.animating(), s.surfaces.animationPace());
     const auto now = FramePacer::Clock::now();
     if (s.pacer.due(now)) {
       drawFrame();

@@ -178,6 +178,13 @@ void Surfaces::draw(double width, double height, ElementRegistry& registry) {
 
 bool Surfaces::animating() const { return model_.isPlaying() || drag_.has_value(); }
 
+std::chrono::steady_clock::duration Surfaces::animationPace() const {
+  // Takes are filmed at 30 frames a second; drawing faster while one plays only
+  // shows the same picture again.
+  constexpr auto filmFrame = std::chrono::microseconds(1'000'000 / 30);
+  return drag_ ? std::chrono::steady_clock::duration::zero() : std::chrono::steady_clock::duration(filmFrame);
+}
+
 bool Surfaces::shortcut(Key key, bool typing) {
   switch (key) {
     case Key::undo: act([&] { model_.undo(); }); return true;

@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <functional>
 #include <map>
 #include <optional>
@@ -15,6 +16,7 @@ class AppStore;
 class AppModel;
 class OperatorService;
 struct OperatorCommand;
+struct DriverCharacter;
 
 // The pages, panels, sheets and the timeline canvas, drawn straight from the store
 // and the model each frame; a control calls the same operation its verb calls. The
@@ -28,6 +30,9 @@ class Surfaces {
   void draw(double width, double height, ElementRegistry& registry);
   // Whether anything on screen moves by itself, so the window keeps drawing.
   bool animating() const;
+  // How often motion needs a frame: a playing film at the rate takes are filmed, a
+  // drag at every frame the window can give (zero).
+  std::chrono::steady_clock::duration animationPace() const;
   // Desktop shortcuts; true when the key was the studio's. `typing` is true while a
   // text field holds the keyboard, when Space and Delete belong to the field.
   enum class Key { undo, redo, save, play, remove, import };
@@ -57,6 +62,7 @@ class Surfaces {
   void drawYouTubeRows();
   void drawRenderQueue(double width, double height);
   void drawCastingRoom(double width, double height);
+  void drawKeptAuditions(const DriverCharacter& person, const std::optional<std::string>& picked);
   void drawSlate(double width, double height);
   void drawFetchSheet(double width, double height);
   void drawPermissionsSheet(double width, double height);

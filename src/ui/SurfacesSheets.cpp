@@ -139,6 +139,13 @@ void Surfaces::drawExportSheet(double width, double height) {
     ImGui::SameLine();
   }
   ImGui::NewLine();
+  if (target.effectiveDestination() == ExportDestination::file) {
+    rowLabel("Folder");
+    const auto& folder = model_.deliveryFolder();
+    const std::string where = folder ? folder->string() : "Asked when you export; export/ keeps the original.";
+    ImGui::TextUnformatted(where.c_str());
+    note("export.folder", "readout", where, "The folder the finished film is copied to.");
+  }
 
   if (const auto estimate = model_.exportEstimate()) {
     std::string line = "About " + wholeSeconds(estimate->seconds);
@@ -179,9 +186,11 @@ void Surfaces::drawExportSheet(double width, double height) {
   ImGui::SetCursorPosY(float(h - 44));
   const auto refusal = model_.canExport();
   const ExportDestination destination = target.effectiveDestination();
-  if (button("export.run", Export::act(destination), refusal.value_or("Make the film into the export folder."),
-             !refusal && !running))
-    act([&] { model_.exportFilm(); });
+  const bool choosing = model_.choosingDeliveryFolder();
+  const std::string help = choosing ? "The folder chooser is open; the export runs once a folder is chosen."
+                                    : refusal.value_or("Make the film into the export folder.");
+  if (button("export.run", Export::act(destination), help, !refusal && !running && !choosing))
+    act([&] { model_.exportFromSheet(); });
   ImGui::SameLine();
   if (button("export.dismiss", "Close", "Close the sheet; a running export goes on."))
     act([&] { store_.dismissExportSheet(); });
@@ -286,8 +295,17 @@ void Surfaces::drawCastingRoom(double width, double height) {
   ImGui::SetNextWindowFocus();
   beginPanel("casting.room", "Casting", (width - w) / 2, sheetTop, w, h, false, true);
   heading(theme_.heading, call.line ? "Casting " + *call.line : "Casting the production");
+  for (const std::string tab : {"voices", "past"}) {
+    const bool voices = tab == "voices";
+    if (choice("casting.tab." + tab, voices ? "Voices" : "Past",
+               voices ? "The character's voices, to pick and hear." : "The auditions kept, newest first, to hear again.",
+               call.tab == tab))
+      act([&] { model_.castingTab(tab); });
+    ImGui::SameLine();
+  }
+  ImGui::NewLine();
   const std::vector<DriverCharacter> cast = model_.cast();
-  const float listHeight = float(h - 200);
+  const float listHeight = float(h - 236);
   ImGui::BeginChild("casting.characters", ImVec2(180, listHeight));
   for (const DriverCharacter& c : cast) {
     if (ImGui::Selectable((c.name + "##casting.character." + c.id).c_str(), c.id == call.character))
@@ -300,7 +318,9 @@ void Surfaces::drawCastingRoom(double width, double height) {
   const DriverCharacter* person = nullptr;
   for (const DriverCharacter& c : cast)
     if (c.id == call.character) person = &c;
-  if (person)
+  if (person && call.tab == "past")
+    drawKeptAuditions(*person, call.voice);
+  else if (person)
     for (const DriverVoice& v : person->voices) {
       const std::size_t kept = model_.auditions().count(person->id, v.id);
       std::string label = v.name + (kept ? "  (" + std::to_string(kept) + " kept)" : "");
@@ -340,6 +360,35 @@ void Surfaces::drawCastingRoom(double width, double height) {
   ImGui::SameLine();
   if (button("casting.close", "Close", "Close the room; auditions stop.")) act([&] { store_.endFlow(); });
   endPanel();
+}
+
+// The auditions kept for the picked voice, or for each of the character's voices when
+// none is picked; a row plays its take again.
+void Surfaces::drawKeptAuditions(const DriverCharacter& person, const std::optional<std::string>& picked) {
+  Auditions& auditions = model_.auditions();
+  bool any = false;
+  for (const DriverVoice& v : person.voices) {
+    if (picked && *picked != v.id) continue;
+    const auto takes = auditions.takes(person.id, v.id);
+    for (std::size_t k = 0; k < takes.size(); ++k) {
+      const Auditions::Take& take = takes[k];
+      char length[32];
+      std::snprintf(length, sizeof length, "%.1f s", take.duration);
+      std::string words = take.prompt.size() > 60 ? take.prompt.substr(0, 57) + "..." : take.prompt;
+      const std::string label = (picked ? "" : v.name + ": ") + words + " · " + length;
+      const std::string id = "casting.past." + v.id + "." + std::to_string(k + 1);
+      const bool playing = auditions.playing() == person.id + "/" + take.file;
+      if (ImGui::Selectable((label + "##" + id).c_str(), playing))
+        act([&] { auditions.playTake(person.id, v.id, take); });
+      note(id, "row", label, "Hear this take again.");
+      any = true;
+    }
+  }
+  if (!any) {
+    const std::string none = "Nothing kept yet: an audition stays here once it is heard.";
+    ImGui::TextDisabled("%s", none.c_str());
+    note("casting.past.none", "readout", none, "The room keeps every audition with its voice.");
+  }
 }
 
 // ---- The shoot's slate --------------------------------------------------------------------

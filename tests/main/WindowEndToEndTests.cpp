@@ -2,6 +2,7 @@
 // through the pointer, and photographed.
 #include <gtest/gtest.h>
 #include <stb/stb_image.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <chrono>
@@ -249,6 +250,47 @@ TEST_F(WindowEndToEnd, ClickingPlayStartsTheTransportAndClickingATabMovesThePage
   EXPECT_TRUE(eventually([&] { return controls().count("library.recording.halden-demo.open") == 1; }));
 }
 
+TEST_F(WindowEndToEnd, TheSheetsFileExportAsksTheSavePanelAndCopiesTheFilmWhereItSays) {
+  if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "ffmpeg is not installed";
+  // The desktop's chooser is a zenity of the test's own that picks a folder at once.
+  const fs::path chosen = dir / "Films to send";
+  const fs::path zenity = dir / "bin/zenity";
+  test::writeFile(zenity, "#!/bin/sh\necho \"$@\" > '" + (dir / "asked.txt").string() + "'\necho '" +
+                              chosen.string() + "'\n");
+  ::chmod(zenity.c_str(), 0755);
+  kill(SIGTERM);
+  env.push_back("PATH=" + zenity.parent_path().string() + ":" + std::getenv("PATH"));
+  launch();
+
+  ok({"project.create", "name=Films"});
+  const std::string slug = str(ok({"recording.new", "title=Tour"}), "slug");
+  const fs::path film = dir / "tour.mp4";
+  test::ScopedEnv out("FILM_OUT", film.string());
+  ASSERT_EQ(std::system("ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=320x240:rate=25 -f lavfi "
+                        "-i sine=frequency=300 -t 2 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac "
+                        "-shortest \"$FILM_OUT\""),
+            0);
+  ok({"import", "path=" + film.string()});
+  ok({"export.destination", "to=file"});
+  ok({"export.flow"});
+  auto export_ = sheet("export.sheet");
+  EXPECT_EQ(export_.at("export.folder").label, "Asked when you export; export/ keeps the original.");
+  click(export_.at("export.run"));
+
+  const fs::path copy = chosen / (slug + ".mp4");
+  bool copied = false;
+  for (auto until = std::chrono::steady_clock::now() + 60s; !copied && std::chrono::steady_clock::now() < until;) {
+    std::this_thread::sleep_for(100ms);
+    copied = fs::exists(copy) && str(ok({"export.status"}), "phase") == "done";
+  }
+  ASSERT_TRUE(copied) << ok({"export.status"}).encode();
+  EXPECT_NE(test::readFile(dir / "asked.txt").find("--file-selection --directory"), std::string::npos);
+  EXPECT_TRUE(eventually([&] { return sheet("export.sheet").at("export.folder").label == chosen.string(); }));
+  // export/ keeps the original; the copy is whole.
+  const fs::path original = dir / "root/Films/recordings" / slug / "export" / (slug + ".mp4");
+  EXPECT_TRUE(eventually([&] { return fs::exists(copy) && fs::file_size(copy) == fs::file_size(original); }));
+}
+
 TEST_F(WindowEndToEnd, TheMonitorShowsTheTakeAtThePlayheadThroughTheZoomInForce) {
   if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "ffmpeg is not installed";
   // A second of red beside blue, then a second of green.
@@ -424,6 +466,21 @@ TEST_F(WindowEndToEnd, TheCastingRoomListsTheCastAndAClickedVoiceIsThePick) {
   ASSERT_EQ(room.count("casting.voice." + other), 1u);
   click(room.at("casting.voice." + other));
   EXPECT_TRUE(eventually([&] { return str(ok({"casting.cast"}), "pickVoice") == other; }));
+
+  // The past tab lists what was kept for the picked voice; a row plays its take again.
+  click(sheet("casting.room").at("casting.tab.past"));
+  EXPECT_TRUE(eventually([&] { return controls().count("casting.past.none") == 1; }));
+  ok({"casting.audition", "character=" + str(cast, "pick"), "voice=" + other, "prompt=Kept for later."});
+  const std::string row = "casting.past." + other + ".1";
+  bool listed = false;
+  for (auto until = std::chrono::steady_clock::now() + 30s; !listed && std::chrono::steady_clock::now() < until;) {
+    std::this_thread::sleep_for(100ms);
+    listed = controls().count(row) == 1;
+  }
+  ASSERT_TRUE(listed) << ok({"casting.history", "character=" + str(cast, "pick")}).encode();
+  EXPECT_EQ(controls().at(row).label.rfind("Kept for later. · ", 0), 0u) << controls().at(row).label;
+  click(sheet("casting.room").at(row));
+  EXPECT_TRUE(eventually([&] { return controls().at("casting.state").label.rfind("Playing: ", 0) == 0; }));
   click(sheet("casting.room").at("casting.close"));
   EXPECT_TRUE(eventually([&] { return controls().count("casting.use") == 0; }));
 }

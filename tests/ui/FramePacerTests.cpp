@@ -48,3 +48,19 @@ TEST(FramePacer, InputOwesTwoFramesAndMotionKeepsDrawingUntilItStops) {
   p.setAnimating(false);
   EXPECT_FALSE(p.next());
 }
+
+TEST(FramePacer, AFilmPlaysAtItsOwnRateAndInputStillAnswersAtTheInterval) {
+  FramePacer p(16ms);
+  const Clock::time_point t0{std::chrono::seconds(7)};
+  p.setAnimating(true, 33ms);
+  p.drawn(t0);
+  EXPECT_EQ(*p.next(), t0 + 33ms);
+  p.drawn(t0 + 33ms);
+  p.request();  // a click while it plays is not kept waiting for the film's next frame
+  EXPECT_EQ(*p.next(), t0 + 49ms);
+  p.drawn(t0 + 49ms);
+  EXPECT_EQ(*p.next(), t0 + 82ms);
+  // A pace quicker than the interval never draws more often than the interval.
+  p.setAnimating(true, 5ms);
+  EXPECT_EQ(*p.next(), t0 + 65ms);
+}

@@ -302,6 +302,8 @@ class AppModel {
   void closeCasting();
   // Moves the room onto a character and voice.
   void castingPick(const std::string& character, const std::optional<std::string>& voice);
+  // Turns the room to its voices or to the auditions kept before ("voices" · "past").
+  void castingTab(const std::string& tab);
   // Queues the words in the voice; answers the ticket.
   std::string audition(const std::string& character, const std::optional<std::string>& voice, const std::string& prompt);
   std::string auditionFromRoom(const std::optional<std::string>& character, const std::optional<std::string>& voice,
@@ -541,6 +543,16 @@ class AppModel {
   // export/ only, as a verb-driven export leaves it.
   void chooseDeliveryFolder(std::optional<std::filesystem::path> folder);
   const std::optional<std::filesystem::path>& deliveryFolder() const { return deliveryFolder_; }
+  // The save panel: asked off the actor with the folder to start in, it answers the
+  // folder chosen or nothing when the person cancelled, and throws its sentence when
+  // it cannot be shown. The process gives the desktop's; without one the sheet's
+  // File export keeps the film in export/ only.
+  std::function<std::optional<std::filesystem::path>(const std::filesystem::path& start)> folderChooser;
+  // The sheet's act: File asks the save panel first and exports once a folder is
+  // chosen; every other destination exports at once.
+  void exportFromSheet();
+  // The save panel is up; the sheet's export waits on it.
+  bool choosingDeliveryFolder() const { return choosingFolder_; }
   // The pasteboard type a delivered film travels under, as file managers paste it.
   static constexpr std::string_view filmPasteboardType = "text/uri-list";
   bool exportRunning() const;
@@ -790,6 +802,7 @@ class AppModel {
   std::unique_ptr<FilmExporter> exporter_;
   std::optional<std::string> exportTakeId_;
   std::optional<std::filesystem::path> deliveryFolder_;
+  bool choosingFolder_ = false;
   std::optional<std::string> previewFont_;
   // The take's id and the clock when the running export started, for its speed.
   std::optional<std::pair<std::string, MainActor::Clock::time_point>> exportStarted_;

@@ -73,6 +73,12 @@ void AppModel::castingPick(const std::string& character, const std::optional<std
   castingCall_->voice = settled;
 }
 
+void AppModel::castingTab(const std::string& tab) {
+  if (!castingCall_) throw Failure::cannotVoice("the casting room is shut");
+  if (tab != "voices" && tab != "past") throw Failure::badChoice(tab, "casting tab", "voices · past");
+  castingCall_->tab = tab;
+}
+
 std::string AppModel::audition(const std::string& character, const std::optional<std::string>& voice,
                                const std::string& prompt) {
   const std::string settled = namedVoice(character, voice);

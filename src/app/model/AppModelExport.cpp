@@ -10,6 +10,7 @@
 #include "kit/ExportPlan.hpp"
 #include "kit/Pasteboard.hpp"
 #include "kit/Schedule.hpp"
+#include "platform/TavorinPaths.hpp"
 
 namespace tavorin {
 
@@ -268,6 +269,35 @@ void AppModel::deliver(const fs::path& film) {
 }
 
 void AppModel::chooseDeliveryFolder(std::optional<fs::path> folder) { deliveryFolder_ = std::move(folder); }
+
+void AppModel::exportFromSheet() {
+  if (exportTarget().effectiveDestination() != ExportDestination::file || !folderChooser) {
+    exportFilm();
+    return;
+  }
+  if (choosingFolder_) return;
+  if (const auto refusal = canExport()) throw Failure::cannotExport(*refusal);
+  choosingFolder_ = true;
+  const fs::path start = deliveryFolder_.value_or(fs::path(Environment::value("HOME").value_or("/")));
+  // The answer crosses threads in a box of its own: the panel may be up for minutes.
+  auto chosen = std::make_shared<std::vector<fs::path>>();
+  offloader_.offload(
+      [ask = folderChooser, start, chosen] {
+        if (auto folder = ask(start)) chosen->push_back(std::move(*folder));
+      },
+      alive_.guard([this, chosen](std::exception_ptr failed) {
+        choosingFolder_ = false;
+        try {
+          if (failed) std::rethrow_exception(failed);
+          if (chosen->empty()) return note("no folder chosen, so the export did not run");
+          chooseDeliveryFolder(chosen->front());
+          exportFilm();
+        } catch (const std::exception& e) {
+          note(std::string("the export did not run: ") + e.what());
+          toasts_.post(Toast::Kind::failure, e.what());
+        }
+      }));
+}
 
 ExportTarget AppModel::exportTarget() const {
   if (!stored_ || !stored_->exportTarget) return {};

@@ -7,6 +7,7 @@
 
 #include "app/model/AppModel.hpp"
 #include "app/model/AppStore.hpp"
+#include "app/export/FolderChooser.hpp"
 #include "app/process/AsioMainActor.hpp"
 #include "app/process/WorkerPool.hpp"
 #include "app/service/OperatorServer.hpp"
@@ -88,6 +89,10 @@ void AppDelegate::openWindow() {
   try {
     window_ = std::make_unique<StudioWindow>(context_, *store_);
     window_->onClose([this] { terminate(0); });
+    // Only a studio with a window has a sheet to raise the save panel from.
+    model_->folderChooser = [](const std::filesystem::path& start) {
+      return FolderChooser::ask("Choose the folder the film is copied to", start);
+    };
     model_->note("window open on " + Environment::value("DISPLAY").value_or("") + ", " +
                  std::to_string(window_->width()) + " by " + std::to_string(window_->height()));
   } catch (const std::exception& e) {
@@ -168,7 +173,9 @@ void AppDelegate::applicationWillTerminate() {
   if (server_) server_->stop();
   // Whatever was typed last is on disk before the process goes.
   if (model_) model_->flushDraft();
-  // Disk writes already handed to the workers land before the process goes.
+  // Disk writes already handed to the workers land before the process goes; a save
+  // panel still up would hold a worker, so it is closed first.
+  FolderChooser::closeAll();
   if (workers_) workers_->join();
   if (signals_) {
     std::error_code ec;

@@ -77,7 +77,26 @@ PermissionsRitual::PermissionsRitual(PermissionsProbe& probe, MainActor& actor, 
     if (!probe_.canPrompt(n)) promptSpent_.insert(n);
 }
 
-PermissionsRitual::~PermissionsRitual() { *alive_ = false; }
+PermissionsRitual::~PermissionsRitual() {
+  *alive_ = false;
+  if (rereading_) rereading_->cancel();
+}
+
+void PermissionsRitual::show() {
+  showing_ = true;
+  keepRereading();
+}
+
+void PermissionsRitual::keepRereading() {
+  if (rereading_) return;
+  rereading_ = actor_.after(rereadEvery, [this, alive = alive_] {
+    if (!*alive) return;
+    rereading_.reset();
+    if (!showing_) return;
+    refresh();
+    keepRereading();
+  });
+}
 
 void PermissionsRitual::changed() {
   if (onChange) onChange();

@@ -1,5 +1,7 @@
 #pragma once
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -70,7 +72,10 @@ class PermissionsRitual {
   bool showsStaleNote() const;
   static std::string staleNote();
 
-  void show() { showing_ = true; }
+  // While the sheet stands the facts are read again every `rereadEvery`, so a grant
+  // given in another program shows by itself.
+  static constexpr std::chrono::milliseconds rereadEvery{1000};
+  void show();
   void dismiss() { showing_ = false; }
   bool showing() const { return showing_; }
 
@@ -89,6 +94,7 @@ class PermissionsRitual {
 
  private:
   void runCamera(std::function<void()> done);
+  void keepRereading();
   void changed();
 
   PermissionsProbe& probe_;
@@ -107,6 +113,7 @@ class PermissionsRitual {
   bool askedJS_ = false;
   bool agent_ = false;
   bool showing_ = false;
+  std::shared_ptr<MainActor::Timer> rereading_;
   std::optional<CameraVerdict> camera_;
   bool checkingCamera_ = false;
   // Answers from the lane for a ritual that is gone find this down.

@@ -248,6 +248,58 @@ TEST_F(AppModelExportTest, AFinishedFilmGoesToItsDestinationAndExportKeepsTheOri
   EXPECT_EQ(uploads, std::vector<fs::path>{film});
 }
 
+TEST_F(AppModelExportTest, TheSheetAsksTheSavePanelBeforeAFileExportAndOnlyThen) {
+  shoot(take("t1", "2026-02-16T10:00:00Z"));
+  test::ScopedEnv home{"HOME", (tmp / "home").string()};
+  model.setExportDestination(ExportDestination::file);
+  std::vector<fs::path> asked;
+  std::vector<fs::path> answers;  // empty: the person cancels
+  std::string failWith;
+  model.folderChooser = [&](const fs::path& start) -> std::optional<fs::path> {
+    asked.push_back(start);
+    if (!failWith.empty()) throw std::runtime_error(failWith);
+    if (answers.empty()) return std::nullopt;
+    return answers.front();
+  };
+
+  model.exportFromSheet();
+  EXPECT_TRUE(model.choosingDeliveryFolder());
+  model.exportFromSheet();  // a second press while the panel is up asks nothing more
+  actor.drain();
+  EXPECT_FALSE(model.choosingDeliveryFolder());
+  EXPECT_FALSE(model.exportRunning());
+  EXPECT_EQ(model.events().back(), "no folder chosen, so the export did not run");
+  EXPECT_EQ(asked, std::vector<fs::path>{tmp / "home"});
+
+  answers = {tmp / "Films"};
+  model.exportFromSheet();
+  actor.drain();
+  ASSERT_TRUE(model.exportRunning());
+  EXPECT_EQ(model.deliveryFolder(), tmp / "Films");
+  test::writeFile(*fake->out, "film");
+  fake->end(FilmExporter::Phase::done);
+  actor.drain();
+  EXPECT_EQ(test::readFile(tmp / "Films/launch.mp4"), "film");
+
+  // The next panel opens where the last one closed; one that cannot be shown says why.
+  model.forgetFinishedExport();
+  failWith = "there is no folder chooser on this desktop: install zenity (Debian package zenity)";
+  model.exportFromSheet();
+  actor.drain();
+  EXPECT_FALSE(model.exportRunning());
+  EXPECT_EQ(asked.back(), tmp / "Films");
+  EXPECT_EQ(model.toasts().toasts().front().text, failWith);
+  EXPECT_EQ(model.events().back(), "the export did not run: " + failWith);
+
+  // Other destinations raise no panel, and neither does a refused export.
+  model.setExportDestination(ExportDestination::clipboard);
+  model.exportFromSheet();
+  EXPECT_TRUE(model.exportRunning());
+  model.setExportDestination(ExportDestination::file);
+  EXPECT_EQ(refusal([&] { model.exportFromSheet(); }), "an export is already running");
+  EXPECT_EQ(asked.size(), 3u);
+}
+
 TEST_F(AppModelExportTest, AMutedSetStaysMutedForTheNextLaunch) {
   test::ScopedEnv support{"TAVORIN_SUPPORT", (tmp / "support").string()};
   int heard = 0;

@@ -351,6 +351,14 @@ TEST_F(RenderModel, AnAuditionIsRenderedThroughTheQueueAndKeptWithTheVoice) {
   model.auditions().playTake("narrator", "af", newest);
   EXPECT_EQ(model.auditions().failure(), "that take is in the index and not on disk: " + newest.file);
 
+  // The room turns to what was kept, and stays turned as another voice is picked.
+  model.castingTab("past");
+  model.castingPick("narrator", std::string("bf"));
+  EXPECT_EQ(model.castingCall()->tab, "past");
+  EXPECT_EQ(refusal([&] { model.castingTab("chorus"); }), refusal([&] {
+              throw AppModelFailure::badChoice("chorus", "casting tab", "voices · past");
+            }));
+
   // Casting from the room lands on the line it was opened for; the room stays open.
   model.castingUse(std::nullopt, "af");
   EXPECT_EQ(model.recording().item("l2")->voice, "af");
@@ -359,4 +367,5 @@ TEST_F(RenderModel, AnAuditionIsRenderedThroughTheQueueAndKeptWithTheVoice) {
   EXPECT_EQ(model.hearVoice(std::nullopt), "rendering — this one takes a moment");
   model.closeCasting();
   EXPECT_EQ(refusal([&] { model.castingUse(std::nullopt, "bf"); }), "the casting room is shut");
+  EXPECT_EQ(refusal([&] { model.castingTab("voices"); }), "the casting room is shut");
 }

@@ -128,6 +128,37 @@ TEST(PermissionsRitual, AScreenGrantedAfterLaunchAsksForARelaunchNeverGranted) {
   EXPECT_EQ(ritual.rows()[0].note, "Granted. It applies at the next launch.");
 }
 
+TEST(PermissionsRitual, WhileTheSheetStandsAGrantGivenElsewhereShowsByItself) {
+  ManualMainActor actor;
+  FactsProbe probe;
+  probe.ax = false;
+  PermissionsRitual ritual(probe, actor, actor);
+  int changes = 0;
+  ritual.onChange = [&] { ++changes; };
+  ritual.refresh();
+  actor.drain();
+  ritual.show();
+  ritual.show();  // raised twice, it still reads once a beat
+  probe.ax = true;
+  actor.advance(PermissionsRitual::rereadEvery / 2);
+  EXPECT_EQ(ritual.state(Need::accessibility).kind, Kind::missing);
+  const int before = changes;
+  actor.advance(PermissionsRitual::rereadEvery / 2);
+  EXPECT_EQ(ritual.state(Need::accessibility).kind, Kind::granted);
+  EXPECT_EQ(changes, before + 1);
+  actor.advance(PermissionsRitual::rereadEvery);
+  EXPECT_EQ(changes, before + 2);
+
+  // Put away, it reads nothing more until it is raised again.
+  ritual.dismiss();
+  probe.ax = false;
+  actor.advance(PermissionsRitual::rereadEvery * 3);
+  EXPECT_EQ(ritual.state(Need::accessibility).kind, Kind::granted);
+  ritual.show();
+  actor.advance(PermissionsRitual::rereadEvery);
+  EXPECT_EQ(ritual.state(Need::accessibility).kind, Kind::missing);
+}
+
 TEST(PermissionsRitual, GrantIsPressedOnceThenTheRowOffersItsSettings) {
   ManualMainActor actor;
   FactsProbe probe;
