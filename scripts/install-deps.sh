@@ -15,6 +15,7 @@ packages=(
   festlex-cmu festlex-poslex wamerican wamerican-large espeak-ng
   clang-14 libclang-rt-14-dev ccache  # the fuzz targets (-DTAVORIN_FUZZ=ON)
   util-linux                        # prlimit, for the out-of-descriptors test
+  gdb                               # the stacks of a studio that hangs in an end-to-end test
   xdg-utils                         # xdg-open, which shows a take's folder in the file manager
   libcairo2-dev libpng-dev libstb-dev
   libcurl4-openssl-dev libcpp-httplib-dev libespeak-ng-dev espeak-ng-data
