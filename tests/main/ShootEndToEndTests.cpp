@@ -153,11 +153,11 @@ TEST_F(ShootEndToEnd, TheGrantsTheCameraAndATakeOfTypingInAnXterm) {
   EXPECT_EQ(str(takes, "monitor"), id);
 
   const fs::path film = production("typing") / "takes" / id / "take.mp4";
-  EXPECT_EQ(str(listed, "scheduleDigest"),
-            str(JSONValue::decode(test::readFile(film.parent_path() / "take.json")), "scheduleDigest"));
+  const JSONValue record = JSONValue::decode(test::readFile(film.parent_path() / "take.json"));
+  EXPECT_EQ(str(listed, "scheduleDigest"), str(record, "scheduleDigest"));
   // The film lasts what its record says, within two frames at the camera's 24; that is the
   // slate, the whole performance and the tail, less what a loaded machine adds to the typing.
-  const double recorded = *JSONValue::decode(test::readFile(film.parent_path() / "take.json"))["seconds"]->doubleValue();
+  const double recorded = *record["seconds"]->doubleValue();
   EXPECT_NEAR(filmSeconds(film), recorded, 2.0 / 24);
   EXPECT_GE(recorded, 1.5 + planned + 1.0 - 2.0 / 24) << "planned " << planned;
   EXPECT_LT(recorded, 1.5 + planned + 1.0 + 0.5) << "planned " << planned;

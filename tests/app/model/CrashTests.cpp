@@ -110,16 +110,19 @@ TEST(Crash, AProductionAlwaysOpensAgainAfterSigkill) {
     // so a slow start (a sanitizer build, a loaded machine) still leaves it working.
     std::string log;
     char buf[4096];
-    pollfd first{pipeFds[0], POLLIN, 0};
-    if (::poll(&first, 1, 20000) > 0)
-      if (const ssize_t n = ::read(pipeFds[0], buf, sizeof buf); n > 0) log.append(buf, n);
+    // What the worker wrote next, waiting up to 20 s for it; false once it has nothing more.
+    const auto readMore = [&] {
+      pollfd ready{pipeFds[0], POLLIN, 0};
+      if (::poll(&ready, 1, 20000) <= 0) return false;
+      const ssize_t n = ::read(pipeFds[0], buf, sizeof buf);
+      if (n > 0) log.append(buf, std::size_t(n));
+      return n > 0;
+    };
+    readMore();
     // Every fourth round waits for a finished save first: each draft and save is synced
     // to disk, and on a loaded disk three syncs can outlast every random delay.
     if (round % 4 == 3)
-      while (log.find("save ") == std::string::npos && ::poll(&first, 1, 20000) > 0) {
-        const ssize_t n = ::read(pipeFds[0], buf, sizeof buf);
-        if (n <= 0) break;
-        log.append(buf, n);
+      while (log.find("save ") == std::string::npos && readMore()) {
       }
     std::this_thread::sleep_for(std::chrono::milliseconds(delay(random)));
     ::kill(child, SIGKILL);
