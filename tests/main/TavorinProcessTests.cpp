@@ -70,16 +70,9 @@ class TavorinProcess : public ::testing::Test {
 }  // namespace
 
 TEST_F(TavorinProcess, StartsAnswersAndQuitsCleanly) {
-  const auto started = std::chrono::steady_clock::now();
+  // Held only to not hanging: how fast the studio starts is a bench's question.
   launch();
-  ASSERT_TRUE(waitForFile(control_, 5000ms)) << test::readFile(app_.err);
-  // Up in well under a second, even on a loaded two-core machine. A sanitizer
-  // build runs several times slower, so it is held only to not hanging.
-#ifdef __SANITIZE_ADDRESS__
-  EXPECT_LT(std::chrono::steady_clock::now() - started, 5000ms);
-#else
-  EXPECT_LT(std::chrono::steady_clock::now() - started, 1000ms);
-#endif
+  ASSERT_TRUE(waitForFile(control_, patience)) << test::readFile(app_.err);
   EXPECT_TRUE(fs::is_directory(dir_ / "root"));
 
   const auto control = OperatorControlFile::read(control_);
